@@ -1,0 +1,18 @@
+# Warnings and sanitizers shared by every target of the project.
+
+add_library(wrenlink_warnings INTERFACE)
+target_compile_options(wrenlink_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wcast-qual
+  -Wformat=2 -Wundef -Wnon-virtual-dtor -Werror)
+
+if(WRENLINK_SANITIZE)
+  list(JOIN WRENLINK_SANITIZE "," _wrenlink_san)
+  add_compile_options(-fsanitize=${_wrenlink_san} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${_wrenlink_san})
+endif()
+
+# Tests, tools and examples: the same warnings without the conversion checks, which mostly flag
+# literal sizes in test tables.
+add_library(wrenlink_test_warnings INTERFACE)
+target_compile_options(wrenlink_test_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wformat=2 -Werror)

@@ -1,0 +1,16 @@
+#include "Wrenlink/ComLog.h"
+
+// The sink discards: the library keeps no log of its own, and every caller relies only on the
+// call doing no harm and returning.
+bool ComLog::hasInit = false;
+std::string ComLog::appName;
+
+ComLog::ComLog() = default;
+
+void ComLog::Log(const char * /*format*/, ...) {}
+
+void ComLog::Log(int32_t /*level*/, const char * /*format*/, ...) {}
+
+bool ComLog::Initialise(const char * /*appName*/) { return true; }
+
+std::string ComLog::GetCuurrentFoler() { return {}; }

@@ -1,0 +1,83 @@
+#include "Wrenlink/platform.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <vector>
+
+#if defined(__APPLE__)
+#include <mach-o/dyld.h>
+#include <climits>
+#endif
+
+namespace wrenlink::platform {
+
+int send_flags() noexcept {
+#if defined(MSG_NOSIGNAL)
+    return MSG_NOSIGNAL;
+#else
+    return 0;
+#endif
+}
+
+namespace {
+[[maybe_unused]] bool set_cloexec(int fd) noexcept {
+    const int flags = ::fcntl(fd, F_GETFD);
+    return flags >= 0 && ::fcntl(fd, F_SETFD, flags | FD_CLOEXEC) == 0;
+}
+}  // namespace
+
+int tcp_socket() noexcept {
+#if defined(SOCK_CLOEXEC)
+    return ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+#else
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    if (fd < 0) return -1;
+    const int one = 1;
+    if (!set_cloexec(fd) || ::setsockopt(fd, SOL_SOCKET, SO_NOSIGPIPE, &one, sizeof one) != 0) {
+        const int saved = errno;
+        ::close(fd);
+        errno = saved;
+        return -1;
+    }
+    return fd;
+#endif
+}
+
+bool cloexec_pipe(int fds[2]) noexcept {
+#if defined(__linux__)
+    return ::pipe2(fds, O_CLOEXEC) == 0;
+#else
+    if (::pipe(fds) != 0) return false;
+    if (!set_cloexec(fds[0]) || !set_cloexec(fds[1])) {
+        const int saved = errno;
+        ::close(fds[0]);
+        ::close(fds[1]);
+        errno = saved;
+        return false;
+    }
+    return true;
+#endif
+}
+
+std::string executable_path() {
+#if defined(__APPLE__)
+    uint32_t size = 0;
+    _NSGetExecutablePath(nullptr, &size);
+    std::vector<char> buf(size + 1, '\0');
+    if (_NSGetExecutablePath(buf.data(), &size) != 0) return {};
+    return std::string(buf.data());
+#else
+    std::vector<char> buf(256);
+    for (;;) {
+        const ssize_t n = ::readlink("/proc/self/exe", buf.data(), buf.size());
+        if (n < 0) return {};
+        if (static_cast<size_t>(n) < buf.size()) return std::string(buf.data(), static_cast<size_t>(n));
+        buf.resize(buf.size() * 2);
+    }
+#endif
+}
+
+}  // namespace wrenlink::platform

@@ -1,0 +1,119 @@
+// A scripted stand-in for the phone-side agent, on loopback.
+//
+// Each accepted connection runs the next Script given to the agent (the last one repeats when they
+// run out). A script is a list of steps: expect exact bytes, read and keep a count of bytes, send
+// bytes, wait, run a hook, serve requests with a handler, close. What each connection received is
+// kept for the test to look at, and every mismatch is recorded as a failure.
+//
+//   ScriptedAgent agent;
+//   agent.add(Script().expect(make_ping_packet()).send(bytes("00 00 00 01")));
+//   NetConnection *c = NetConnectionOpen("127.0.0.1", agent.port());
+//   ...
+//   EXPECT_EQ(agent.failures(), "");
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Wrenlink/wire.h"
+
+namespace wrenlink::test {
+
+// "fc 9c cf f0" -> bytes. Blanks and line breaks are ignored.
+std::string bytes(const std::string &hex);
+// Bytes -> "fc 9c cf f0", for messages.
+std::string hex(const std::string &bytes);
+
+// A reply header with the right magic, then the payload. By default `crc` is the payload's CRC.
+std::string reply(uint32_t status, const std::string &payload = {}, std::optional<uint32_t> crc = std::nullopt,
+                  uint32_t opcode = 0);
+// A raw header with every field given, for malformed replies.
+std::string header(uint32_t magic, uint32_t length, uint32_t opcode, uint32_t crc, uint32_t status);
+// A scan event: header with `opcode` and `length` = payload size (unless given), then the payload.
+std::string event(uint32_t opcode, const std::string &payload, std::optional<uint32_t> length = std::nullopt);
+std::string le32(uint32_t v);
+std::string le64(uint64_t v);
+
+// One decoded request, as a serving handler sees it.
+struct Request {
+    wire::PacketHeader header;
+    std::string payload;
+};
+
+class Script {
+public:
+    using Handler = std::function<std::optional<std::string>(const Request &)>;
+
+    // Read exactly these bytes; anything else is a failure (and ends the script).
+    Script &expect(std::string bytes);
+    // Read exactly n bytes, whatever they are.
+    Script &read(std::size_t n);
+    // Read one whole request (header and `length` payload bytes) and check its opcode.
+    Script &expect_request(uint32_t opcode);
+    Script &send(std::string bytes);
+    Script &wait(std::chrono::milliseconds delay);
+    // Run test code at this point (wait on a latch, count a step ...).
+    Script &hook(std::function<void()> fn);
+    // Answer requests until the peer closes: the handler gets each request and returns the reply
+    // bytes (std::nullopt: close the connection). The ping request (opcode 0) has no payload.
+    Script &serve(Handler handler);
+    // Read until the peer closes.
+    Script &drain();
+    // Close now. A script that runs out of steps closes as well.
+    Script &close();
+
+    struct Step;
+
+private:
+    friend class ScriptedAgent;
+    std::vector<std::shared_ptr<Step>> steps_;
+};
+
+class ScriptedAgent {
+public:
+    // port 0: an ephemeral port of the system's choosing. bind_address: where to listen.
+    explicit ScriptedAgent(uint16_t port = 0, const char *bind_address = "127.0.0.1");
+    ~ScriptedAgent();
+    ScriptedAgent(const ScriptedAgent &) = delete;
+    ScriptedAgent &operator=(const ScriptedAgent &) = delete;
+
+    uint16_t port() const { return port_; }
+    // Scripts for the connections in the order they are accepted.
+    ScriptedAgent &add(Script script);
+
+    // Waits until `n` connections have finished their scripts; false on time-out.
+    bool wait_finished(std::size_t n, std::chrono::milliseconds limit = std::chrono::seconds(10));
+    // All bytes received on connection i (0-based), so far.
+    std::string received(std::size_t i) const;
+    std::size_t connections() const;
+    // Every mismatch, one line each; empty when all went to plan.
+    std::string failures() const;
+
+private:
+    struct Conn;
+    void accept_loop();
+    void run(std::shared_ptr<Conn> conn, Script script);
+    void fail(const std::string &what);
+
+    int listen_fd_ = -1;
+    int wake_[2] = {-1, -1};
+    uint16_t port_ = 0;
+    mutable std::mutex mutex_;
+    std::condition_variable cv_;
+    std::vector<Script> scripts_;
+    std::vector<std::shared_ptr<Conn>> conns_;
+    std::vector<std::thread> workers_;
+    std::size_t finished_ = 0;
+    std::string failures_;
+    std::thread acceptor_;
+};
+
+}  // namespace wrenlink::test
