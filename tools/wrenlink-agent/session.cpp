@@ -115,13 +115,21 @@ constexpr const char *kMediaNames[kMediaKinds] = {"image", "music", "video"};
 Session::Session(int number, UniqueFd socket, Services services)
     : number_(number), socket_(std::move(socket)), services_(services) {}
 
-void Session::interrupt() { (void)::shutdown(socket_.get(), SHUT_RDWR); }
+void Session::interrupt() {
+    std::lock_guard lock(socket_mutex_);
+    if (socket_) (void)::shutdown(socket_.get(), SHUT_RDWR);
+}
 
 void Session::run() {
     while (serve_one()) {
     }
     files_.clear();
     dirs_.clear();
+    {
+        // Closed now, not when the agent reaps the thread: the peer sees the end at once.
+        std::lock_guard lock(socket_mutex_);
+        socket_.reset();
+    }
     services_.log.detail("#" + std::to_string(number_) + " closed");
     finished_ = true;
 }

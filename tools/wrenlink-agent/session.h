@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstdint>
 #include <map>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -85,6 +86,7 @@ private:
 
     const int number_;
     UniqueFd socket_;
+    std::mutex socket_mutex_;  // interrupt() against the close at the end of run()
     Services services_;
     std::map<uint32_t, UniqueFd> files_;
     uint32_t next_file_id_ = 1;
