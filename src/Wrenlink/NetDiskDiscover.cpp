@@ -59,6 +59,48 @@ private:
     std::size_t used_ = 0;
 };
 
+// What the loop knows of the scan, and how each event changes it.
+class ScanState {
+public:
+    // A code event finishes the scan, and so does progress whose done reaches its total; later
+    // progress can unfinish it again. Until an event tells, the scan is unfinished.
+    bool finished() const { return done_ >= total_; }
+
+    // Reads the event's payload and tells the caller. False when the payload came up short. Of
+    // the header only opcode and length count.
+    bool act(const wire::PacketHeader &event, EventStream &stream, const Callbacks &tell) {
+        switch (event.opcode) {
+        case wire::op::kEventProgress: {
+            unsigned char payload[16];  // always 16 bytes, whatever `length` says
+            if (!stream.read(payload, sizeof payload)) return false;
+            done_ = static_cast<int64_t>(wire::load_u64(payload));
+            total_ = static_cast<int64_t>(wire::load_u64(payload + 8));
+            tell.progress(done_, total_);
+            return true;
+        }
+        case wire::op::kEventCode: {
+            unsigned char code[4] = {};  // a shorter payload leaves the high bytes 0
+            const bool whole = stream.read_prefix(code, std::min<uint32_t>(event.length, 4), event.length);
+            done_ = total_;
+            if (whole) tell.code(wire::load_u32(code));
+            return whole;
+        }
+        case wire::op::kEventFoundItem:
+            if (!item_.take(stream, event.length)) return false;
+            tell.item(item_.text());
+            return true;
+        default:
+            // Not skipped: its payload, if any, is read as the next header. Agents send none.
+            return true;
+        }
+    }
+
+private:
+    int64_t done_ = 0;
+    int64_t total_ = 1;
+    ItemBuffer item_;
+};
+
 struct PrivateConnectionDeleter {
     void operator()(NetConnection *conn) const noexcept { destroy_private_connection(conn); }
 };
@@ -97,44 +139,11 @@ void pthread_start(ScanArgs *args) {
     (void)NetConnectionSend(args->events, greeting, sizeof greeting, 0);  // a broken stream shows below
 
     EventStream stream(args->events->sock);
-    if (!stream.ok()) {
-        tell.code(kStreamBroken);
-        return;
-    }
-    // Starting `total` at 1 keeps the scan unfinished until an event says otherwise.
-    int64_t done = 0;
-    int64_t total = 1;
-    ItemBuffer item;
+    ScanState scan;
     unsigned char raw[wire::kHeaderSize];
-    while (stream.read(raw, sizeof raw)) {
-        const wire::PacketHeader event = wire::decode_header(raw);  // only opcode and length count
-        switch (event.opcode) {
-        case wire::op::kEventProgress: {
-            unsigned char payload[16];  // always 16 bytes, whatever `length` says
-            if (!stream.read(payload, sizeof payload)) return tell.code(kStreamBroken);
-            done = static_cast<int64_t>(wire::load_u64(payload));
-            total = static_cast<int64_t>(wire::load_u64(payload + 8));
-            tell.progress(done, total);
-            break;
-        }
-        case wire::op::kEventCode: {
-            unsigned char code[4] = {};  // a shorter payload leaves the high bytes 0
-            const bool whole = stream.read_prefix(code, std::min<uint32_t>(event.length, 4), event.length);
-            done = total;  // any code finishes the scan
-            if (!whole) return tell.code(kStreamBroken);
-            tell.code(wire::load_u32(code));
-            break;
-        }
-        case wire::op::kEventFoundItem:
-            if (!item.take(stream, event.length)) return tell.code(kStreamBroken);
-            tell.item(item.text());
-            break;
-        default:
-            // Not skipped: its payload, if any, is read as the next header. Agents send none.
-            break;
-        }
-    }
-    if (done < total) tell.code(kStreamBroken);
+    bool whole = stream.ok();
+    while (whole && stream.read(raw, sizeof raw)) whole = scan.act(wire::decode_header(raw), stream, tell);
+    if (!whole || !scan.finished()) tell.code(kStreamBroken);
 }
 
 extern "C" {
