@@ -9,28 +9,10 @@
 
 #include "Wrenlink/NetConnection.h"
 #include "Wrenlink/wire.h"
+#include "doubles/temp_tree.h"
 #include "server.h"
 
 namespace wrenlink::test {
-
-// A directory under the system's temporary directory, removed with everything in it.
-class TempTree {
-public:
-    TempTree();
-    ~TempTree();
-    TempTree(const TempTree &) = delete;
-    TempTree &operator=(const TempTree &) = delete;
-
-    const std::filesystem::path &root() const { return root_; }
-    std::filesystem::path host(const std::string &relative) const { return root_ / relative; }
-    // Writes a file (making its directories).
-    void write(const std::string &relative, const std::string &content) const;
-    std::string read(const std::string &relative) const;
-    bool exists(const std::string &relative) const;
-
-private:
-    std::filesystem::path root_;
-};
 
 class InProcessAgent {
 public:

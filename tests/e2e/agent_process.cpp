@@ -16,35 +16,11 @@ namespace wrenlink::e2e {
 
 namespace fs = std::filesystem;
 
-TempDir::TempDir() {
-    std::string pattern = (fs::temp_directory_path() / "wrenlink-e2e-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-    path_ = pattern;
-}
-
-TempDir::~TempDir() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-}
-
-void TempDir::write(const std::string &relative, const std::string &content) const {
-    const fs::path p = path_ / relative;
-    fs::create_directories(p.parent_path());
-    std::ofstream(p, std::ios::binary) << content;
-}
-
-std::string TempDir::read(const std::string &relative) const {
-    std::ifstream in(path_ / relative, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
 AgentProcess::AgentProcess(const fs::path &root, const std::vector<std::string> &extra) {
     std::vector<std::string> args = {WRENLINK_AGENT_PATH, "--port", "0"};
     args.insert(args.end(), extra.begin(), extra.end());
     args.push_back(root.string());
-    const std::string log_path = (scratch_.path() / "agent.log").string();
+    const std::string log_path = (scratch_.root() / "agent.log").string();
 
     std::vector<char *> argv;  // made before the fork: the child only calls what is safe there
     for (auto &a : args) argv.push_back(a.data());
@@ -97,7 +73,7 @@ int AgentProcess::stop(int signal_number) {
 }
 
 std::string AgentProcess::log() const {
-    std::ifstream in(scratch_.path() / "agent.log");
+    std::ifstream in(scratch_.root() / "agent.log");
     std::stringstream s;
     s << in.rdbuf();
     return s.str();

@@ -8,23 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "doubles/temp_tree.h"
+
 namespace wrenlink::e2e {
-
-// A directory under the system's temporary directory, removed with everything in it.
-class TempDir {
-public:
-    TempDir();
-    ~TempDir();
-    TempDir(const TempDir &) = delete;
-    TempDir &operator=(const TempDir &) = delete;
-    const std::filesystem::path &path() const { return path_; }
-    // Writes a file, making its directories.
-    void write(const std::string &relative, const std::string &content) const;
-    std::string read(const std::string &relative) const;
-
-private:
-    std::filesystem::path path_;
-};
 
 class AgentProcess {
 public:
@@ -44,7 +30,7 @@ public:
 private:
     pid_t pid_ = -1;
     uint32_t port_ = 0;
-    TempDir scratch_;
+    test::TempTree scratch_;
 };
 
 }  // namespace wrenlink::e2e

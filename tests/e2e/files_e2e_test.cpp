@@ -26,7 +26,7 @@ protected:
     }
     void TearDown() override { NetConnectionClose(conn); }
 
-    static TempDir &fill(TempDir &t) {
+    static test::TempTree &fill(test::TempTree &t) {
         t.write("DCIM/Camera/IMG_0001.jpg", std::string(3000, 'j'));
         t.write("DCIM/Camera/IMG_0002.JPG", std::string(10, 'k'));
         t.write("DCIM/Camera/VID_0003.mp4", std::string(5000, 'v'));
@@ -38,9 +38,9 @@ protected:
         return t;
     }
 
-    TempDir outside;
-    TempDir tree;
-    AgentProcess agent{fill(tree).path()};
+    test::TempTree outside;
+    test::TempTree tree;
+    AgentProcess agent{fill(tree).root()};
     NetConnection *conn = nullptr;
 };
 
@@ -123,15 +123,15 @@ TEST_F(EndToEnd, PathOperationsCreateTestAndRemove) {
     EXPECT_EQ(NFCFileRefDelete(conn, "/Documents/new.txt"), 0u);
     EXPECT_EQ(NFCFileRefAccess(conn, "/Documents/new.txt"), static_cast<uint32_t>(ENOENT));
     EXPECT_EQ(NFCFileRefDelete(conn, "/Documents"), 0u);
-    EXPECT_FALSE(fs::exists(tree.path() / "Documents"));
+    EXPECT_FALSE(fs::exists(tree.root() / "Documents"));
     EXPECT_EQ(NFCFileRefOpen(conn, "/Documents/new.txt", "rb", &ref), static_cast<uint32_t>(ENOENT));
     EXPECT_EQ(ref, nullptr);
 }
 
 TEST_F(EndToEnd, APathOutsideTheRootIsRefusedAndNothingThereIsTouched) {
     outside.write("private.txt", "private");
-    fs::create_symlink(outside.path() / "private.txt", tree.path() / "Download/link.txt");
-    const std::string up = "/../" + outside.path().filename().string() + "/private.txt";
+    fs::create_symlink(outside.root() / "private.txt", tree.root() / "Download/link.txt");
+    const std::string up = "/../" + outside.root().filename().string() + "/private.txt";
     const auto refused = static_cast<uint32_t>(EACCES);
 
     NFCFileRef *ref = nullptr;
@@ -141,10 +141,10 @@ TEST_F(EndToEnd, APathOutsideTheRootIsRefusedAndNothingThereIsTouched) {
     EXPECT_EQ(NFCFileRefOpen(conn, "/Download/link.txt", "ab", &ref), refused);
     EXPECT_EQ(NFCFileRefAccess(conn, up.c_str()), refused);
     EXPECT_EQ(NFCFileRefDelete(conn, up.c_str()), refused);
-    EXPECT_EQ(NFCFileRefMkDir(conn, ("/../" + outside.path().filename().string() + "/made").c_str()), refused);
+    EXPECT_EQ(NFCFileRefMkDir(conn, ("/../" + outside.root().filename().string() + "/made").c_str()), refused);
     EXPECT_EQ(NMCAddImage(conn, up.c_str()), refused);
     EXPECT_EQ(outside.read("private.txt"), "private");
-    EXPECT_FALSE(fs::exists(outside.path() / "made"));
+    EXPECT_FALSE(fs::exists(outside.root() / "made"));
     // Refusals leave the connection usable.
     EXPECT_EQ(NFCFileRefAccess(conn, "/Download/paper.pdf"), 0u);
 }
@@ -194,7 +194,7 @@ TEST_F(EndToEnd, MediaListsMatchTheTree) {
     EXPECT_EQ(paths(list(conn, NMCListVideo)), (std::vector<std::string>{"/DCIM/Camera/VID_0003.mp4", "/Movies/film.mkv"}));
     for (const auto &item : images) {
         struct stat st {};
-        ASSERT_EQ(::stat((tree.path() / item.path.substr(1)).c_str(), &st), 0);
+        ASSERT_EQ(::stat((tree.root() / item.path.substr(1)).c_str(), &st), 0);
         EXPECT_EQ(item.size, static_cast<uint64_t>(st.st_size)) << item.path;
         EXPECT_EQ(item.mtime, static_cast<uint64_t>(st.st_mtime)) << item.path;
         EXPECT_EQ(item.name, fs::path(item.path).filename().string());
@@ -205,7 +205,7 @@ TEST_F(EndToEnd, MediaListsMatchTheTree) {
     // Del and add change the list, not the tree.
     EXPECT_EQ(NMCDelImage(conn, "/Pictures/shot.png"), 0u);
     EXPECT_EQ(paths(list(conn, NMCListImages)).size(), 2u);
-    EXPECT_TRUE(fs::exists(tree.path() / "Pictures/shot.png"));
+    EXPECT_TRUE(fs::exists(tree.root() / "Pictures/shot.png"));
     EXPECT_EQ(NMCAddMusic(conn, "/Download/paper.pdf"), 0u);
     EXPECT_EQ(paths(list(conn, NMCListMusics)).front(), "/Download/paper.pdf");
     EXPECT_EQ(NMCDelIVideo(conn, "/Movies/none.mkv"), static_cast<uint32_t>(ENOENT));
@@ -213,9 +213,9 @@ TEST_F(EndToEnd, MediaListsMatchTheTree) {
 }
 
 TEST(AgentProgram, LogsOneLinePerRequestAndStopsCleanlyOnSigint) {
-    TempDir tree;
+    test::TempTree tree;
     tree.write("a.txt", "a");
-    AgentProcess agent(tree.path(), {"--verbose"});
+    AgentProcess agent(tree.root(), {"--verbose"});
     NetConnection *first = NetConnectionOpen("127.0.0.1", agent.port());
     NetConnection *second = NetConnectionOpen("127.0.0.1", agent.port());
     ASSERT_EQ(TestPing(first), 0);

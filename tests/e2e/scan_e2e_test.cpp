@@ -81,9 +81,9 @@ std::set<std::string> make_files(const fs::path &root, int n) {
 }
 
 TEST(ScanEndToEnd, ATreeOfTenThousandFilesIsFoundFileByFileExactlyOnce) {
-    TempDir tree;
-    const std::set<std::string> expected = make_files(tree.path(), 10000);
-    AgentProcess agent(tree.path());
+    test::TempTree tree;
+    const std::set<std::string> expected = make_files(tree.root(), 10000);
+    AgentProcess agent(tree.root());
     NetConnection *conn = NetConnectionOpen("127.0.0.1", agent.port());
     ASSERT_NE(conn, nullptr);
     ASSERT_EQ(TestPing(conn), 0);
@@ -108,7 +108,7 @@ TEST(ScanEndToEnd, ATreeOfTenThousandFilesIsFoundFileByFileExactlyOnce) {
 class SteeredScan : public ::testing::Test {
 protected:
     void SetUp() override {
-        expected = make_files(tree.path(), 300);
+        expected = make_files(tree.root(), 300);
         conn = NetConnectionOpen("127.0.0.1", agent.port());
         control = NetConnectionOpen("127.0.0.1", agent.port());
         ASSERT_NE(conn, nullptr);
@@ -119,10 +119,10 @@ protected:
         NetConnectionClose(control);
     }
 
-    TempDir tree;
+    test::TempTree tree;
     std::set<std::string> expected;
     // A paced agent: a scan of 300 files takes about a second, long enough to steer.
-    AgentProcess agent{tree.path(), {"--scan-delay-us", "3000"}};
+    AgentProcess agent{tree.root(), {"--scan-delay-us", "3000"}};
     NetConnection *conn = nullptr;     // runs the scan
     NetConnection *control = nullptr;  // steers it from a second thread
 };
@@ -180,7 +180,7 @@ TEST_F(SteeredScan, ASecondStartIsRefusedWhileAScanRunsAndEraseWorksMeanwhile) {
     });
     ASSERT_EQ(scan(conn, seen), 0u);
     steering.join();
-    EXPECT_FALSE(fs::exists(tree.path() / "dir2/file299.jpg"));
+    EXPECT_FALSE(fs::exists(tree.root() / "dir2/file299.jpg"));
 }
 
 TEST_F(SteeredScan, AnAgentStoppedBySigtermEndsItsScanAndExitsCleanly) {
