@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <random>
 
 #include "Wrenlink/crc.h"
 #include "Wrenlink/packets.h"
@@ -173,38 +172,6 @@ TEST_F(AgentFiles, AWriteWhoseCountDisagreesWithItsFrameIsRefusedAndItsDataConsu
     EXPECT_EQ(receive_packet(conn).header.status, static_cast<uint32_t>(EINVAL));
     EXPECT_EQ(TestPing(conn), 0);
     EXPECT_EQ(tree.read("Download/w.bin"), "");
-}
-
-TEST_F(AgentFiles, RandomReadsWritesAndSeeksMatchAModelOfTheFile) {
-    std::mt19937 rng(1234);
-    std::string model(100'000, '\0');
-    for (char &c : model) c = static_cast<char>(rng());
-    tree.write("big.bin", model);
-    const uint32_t id = open("/big.bin", "r+b");
-    ASSERT_NE(id, 0u);
-    for (int i = 0; i < 200; ++i) {
-        const auto offset = static_cast<int64_t>(rng() % model.size());
-        const auto count = static_cast<int32_t>(rng() % 5000);
-        if (rng() % 3 == 0) {
-            std::string data(static_cast<std::size_t>(count), '\0');
-            for (char &c : data) c = static_cast<char>(rng());
-            ASSERT_EQ(write(id, offset, data), 0u);
-            model.resize(std::max(model.size(), static_cast<std::size_t>(offset) + data.size()));
-            model.replace(static_cast<std::size_t>(offset), data.size(), data);
-            ASSERT_EQ(tell(id), offset + count);
-        } else {
-            const AgentReply r = read(id, offset, count);
-            ASSERT_EQ(r.header.status, 0u);
-            ASSERT_EQ(r.payload, model.substr(static_cast<std::size_t>(offset), static_cast<std::size_t>(count)))
-                << "read " << count << " at " << offset;
-        }
-        const auto whence = static_cast<int32_t>(rng() % 3);
-        const int64_t base = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? tell(id) : static_cast<int64_t>(model.size());
-        const auto to = static_cast<int64_t>(rng() % model.size());
-        ASSERT_EQ(seek(id, to - base, whence), to);
-    }
-    EXPECT_EQ(close(id), 0u);
-    EXPECT_EQ(tree.read("big.bin"), model);
 }
 
 TEST_F(AgentFiles, ConnectionsKeepTheirOwnHandlesAndAreServedAtTheSameTime) {

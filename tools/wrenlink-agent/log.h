@@ -20,6 +20,9 @@ private:
     bool verbose_;
 };
 
+// "#3": how connection 3 reads in the log.
+std::string connection_tag(int number);
+
 // "0" or "2 (No such file or directory)": how a status reads in the log.
 std::string describe_status(uint32_t status);
 

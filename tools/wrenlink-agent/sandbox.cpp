@@ -18,11 +18,14 @@ std::string real_path(const std::string &path) {
     return r ? std::string(r.get()) : std::string();
 }
 
-std::string join(const std::string &base, const std::string &name) {
-    return base == "/" ? base + name : base + "/" + name;
-}
-
 }  // namespace
+
+std::string join_path(const std::string &base, const std::string &name) {
+    std::string out = base;
+    if (out.empty() || out.back() != '/') out.push_back('/');
+    out += name;
+    return out;
+}
 
 bool normalise(std::string_view phone, std::vector<std::string> &parts) {
     parts.clear();
@@ -70,14 +73,14 @@ Resolved Sandbox::resolve(std::string_view phone, Leaf leaf) const {
     }
     if (parts.empty()) {
         r.host = root_;
-        r.phone = "/";
+        r.phone.assign(1, '/');  // (an assignment from "/" trips a false -Wrestrict of GCC 12 at -O3)
         r.is_root = true;
         return r;
     }
     for (const auto &p : parts) r.phone += "/" + p;
 
     std::string parent = root_;
-    for (std::size_t i = 0; i + 1 < parts.size(); ++i) parent = join(parent, parts[i]);
+    for (std::size_t i = 0; i + 1 < parts.size(); ++i) parent = join_path(parent, parts[i]);
     const std::string parent_real = real_path(parent);
     if (parent_real.empty()) {
         r.error = errno;
@@ -87,7 +90,7 @@ Resolved Sandbox::resolve(std::string_view phone, Leaf leaf) const {
         r.error = kOutsideRoot;
         return r;
     }
-    r.host = join(parent_real, parts.back());
+    r.host = join_path(parent_real, parts.back());
 
     struct stat st {};
     if (leaf == Leaf::Follow && ::lstat(r.host.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) {

@@ -33,6 +33,9 @@ struct Resolved {
 // climbs above the root.
 bool normalise(std::string_view phone, std::vector<std::string> &parts);
 
+// base + "/" + name, with one slash only when base is "/".
+std::string join_path(const std::string &base, const std::string &name);
+
 class Sandbox {
 public:
     // The root must exist and be a directory; throws std::system_error otherwise.

@@ -56,7 +56,7 @@ void Agent::accept_one() {
         return;  // closed here
     }
     const int number = next_number_++;
-    log_.detail("#" + std::to_string(number) + " connected");
+    log_.detail(connection_tag(number) + " connected");
     auto session = std::make_unique<Session>(number, std::move(fd), Services{sandbox_, catalogue_, scanner_, log_});
     Session *s = session.get();
     connections_.push_back(Connection{std::move(session), std::thread([s] { s->run(); })});

@@ -113,7 +113,7 @@ constexpr const char *kMediaNames[kMediaKinds] = {"image", "music", "video"};
 }  // namespace
 
 Session::Session(int number, UniqueFd socket, Services services)
-    : number_(number), socket_(std::move(socket)), services_(services) {}
+    : tag_(connection_tag(number)), socket_(std::move(socket)), services_(services) {}
 
 void Session::interrupt() {
     std::lock_guard lock(socket_mutex_);
@@ -130,13 +130,13 @@ void Session::run() {
         std::lock_guard lock(socket_mutex_);
         socket_.reset();
     }
-    services_.log.detail("#" + std::to_string(number_) + " closed");
+    services_.log.detail(tag_ + " closed");
     finished_ = true;
 }
 
 void Session::log_request(std::string_view what, uint32_t status) const {
     if (services_.log.verbose())
-        services_.log.say("#" + std::to_string(number_) + " " + std::string(what) + " -> " + describe_status(status));
+        services_.log.say(tag_ + " " + std::string(what) + " -> " + describe_status(status));
 }
 
 bool Session::serve_one() {
@@ -144,12 +144,12 @@ bool Session::serve_one() {
     if (!read_exact(socket_.get(), raw, sizeof raw)) return false;
     const wire::PacketHeader header = wire::decode_header(raw);
     if (header.magic != wire::kMagic) {
-        services_.log.say("#" + std::to_string(number_) + " request with a wrong magic; connection closed");
+        services_.log.say(tag_ + " request with a wrong magic; connection closed");
         return false;
     }
     if (header.opcode == op::kFileWrite) return serve_write(header);
     if (header.length > kMaxRequestPayload) {
-        services_.log.say("#" + std::to_string(number_) + " request " + std::to_string(header.opcode) + " of " +
+        services_.log.say(tag_ + " request " + std::to_string(header.opcode) + " of " +
                           std::to_string(header.length) + " bytes is too long; connection closed");
         return false;
     }
@@ -287,7 +287,7 @@ Session::Reply Session::file_read(std::string_view payload) {
 
 bool Session::serve_write(const wire::PacketHeader &header) {
     if (header.length < 16 || header.length - 16 > static_cast<uint32_t>(INT32_MAX)) {
-        services_.log.say("#" + std::to_string(number_) + " write request of " + std::to_string(header.length) +
+        services_.log.say(tag_ + " write request of " + std::to_string(header.length) +
                           " bytes cannot be framed; connection closed");
         return false;
     }

@@ -84,7 +84,7 @@ private:
 
     int fd_of(uint32_t id) const;
 
-    const int number_;
+    const std::string tag_;  // "#<number>", for the log
     UniqueFd socket_;
     std::mutex socket_mutex_;  // interrupt() against the close at the end of run()
     Services services_;

@@ -1,5 +1,7 @@
 #include "tree.h"
 
+#include "sandbox.h"
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -15,10 +17,6 @@ namespace {
 struct DirCloser {
     void operator()(DIR *d) const { ::closedir(d); }
 };
-
-std::string join(const std::string &base, const std::string &name) {
-    return base == "/" ? base + name : base + "/" + name;
-}
 
 }  // namespace
 
@@ -70,10 +68,10 @@ void walk_files(const std::string &host_root, const std::string &phone_root,
         const std::size_t first_sub = stack.size();
         for (auto &e : entries) {
             if (S_ISREG(e.info.mode)) {
-                e.info.phone = join(dir.phone, e.name);
+                e.info.phone = join_path(dir.phone, e.name);
                 on_file(e.info);
             } else if (S_ISDIR(e.info.mode)) {
-                stack.push_back({join(dir.host, e.name), join(dir.phone, e.name)});
+                stack.push_back({join_path(dir.host, e.name), join_path(dir.phone, e.name)});
             }
         }
         std::reverse(stack.begin() + static_cast<std::ptrdiff_t>(first_sub), stack.end());
