@@ -123,7 +123,7 @@ std::string event(uint32_t opcode, const std::string &payload, std::optional<uin
 // ---------------------------------------------------------------------------------------------
 
 struct Script::Step {
-    enum class Kind { Expect, Read, ExpectRequest, Send, Wait, Hook, Serve, Drain, Close };
+    enum class Kind { Expect, Read, ExpectRequest, Send, Wait, Hook, Serve, Drain, Close, Reset };
     Kind kind;
     std::string data;
     std::size_t count = 0;
@@ -191,6 +191,10 @@ Script &Script::close() {
     steps_.push_back(step(Step::Kind::Close));
     return *this;
 }
+Script &Script::reset() {
+    steps_.push_back(step(Step::Kind::Reset));
+    return *this;
+}
 
 // ---------------------------------------------------------------------------------------------
 
@@ -228,10 +232,12 @@ ScriptedAgent::~ScriptedAgent() {
     acceptor_.join();
     {
         std::lock_guard lock(mutex_);
-        for (auto &c : conns_) ::shutdown(c->fd, SHUT_RDWR);
+        for (auto &c : conns_)
+            if (c->fd >= 0) ::shutdown(c->fd, SHUT_RDWR);
     }
     for (auto &w : workers_) w.join();
-    for (auto &c : conns_) ::close(c->fd);
+    for (auto &c : conns_)
+        if (c->fd >= 0) ::close(c->fd);
     ::close(listen_fd_);
     ::close(wake_[0]);
     ::close(wake_[1]);
@@ -342,9 +348,21 @@ void ScriptedAgent::run(std::shared_ptr<Conn> conn, Script script) {
         case K::Close:
             open = false;
             break;
+        case K::Reset: {
+            const linger abort{1, 0};
+            ::setsockopt(conn->fd, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
+            std::lock_guard lock(mutex_);
+            ::close(conn->fd);
+            conn->fd = -1;
+            open = false;
+            break;
+        }
         }
     }
-    ::shutdown(conn->fd, SHUT_RDWR);
+    {
+        std::lock_guard lock(mutex_);
+        if (conn->fd >= 0) ::shutdown(conn->fd, SHUT_RDWR);
+    }
     std::lock_guard lock(mutex_);
     ++finished_;
     cv_.notify_all();

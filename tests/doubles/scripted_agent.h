@@ -69,6 +69,8 @@ public:
     Script &drain();
     // Close now. A script that runs out of steps closes as well.
     Script &close();
+    // Abort the connection: the peer's next receive fails with a reset instead of an end of stream.
+    Script &reset();
 
     struct Step;
 

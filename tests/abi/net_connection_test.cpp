@@ -1,0 +1,248 @@
+// The net connection and the ping, through the public ABI, against the scripted agent.
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <thread>
+
+#include "Wrenlink/Wrenlink.h"
+#include "doubles/scripted_agent.h"
+
+using namespace std::chrono_literals;
+using wrenlink::test::bytes;
+using wrenlink::test::Script;
+using wrenlink::test::ScriptedAgent;
+
+namespace {
+
+const std::string kPingRequest = bytes("fc9ccff0 00000000 00000000 00000000 00000000");
+
+NetConnection *open_to(const ScriptedAgent &agent) { return NetConnectionOpen("127.0.0.1", agent.port()); }
+
+// Counts SIGPIPE instead of dying of it, so a test can prove that none was raised.
+std::atomic<int> g_sigpipes{0};
+struct SigpipeCounter {
+    struct sigaction old {};
+    SigpipeCounter() {
+        struct sigaction sa {};
+        sa.sa_handler = [](int) { ++g_sigpipes; };
+        sigaction(SIGPIPE, &sa, &old);
+        g_sigpipes = 0;
+    }
+    ~SigpipeCounter() { sigaction(SIGPIPE, &old, nullptr); }
+};
+
+// Sends until the connection's send error is set by a peer that has gone away.
+void break_the_send_side(NetConnection *c) {
+    const char block[4096] = {};
+    for (int i = 0; i < 1000 && NetConnectionSend(c, block, sizeof block, 0) == static_cast<int32_t>(sizeof block); ++i)
+        std::this_thread::sleep_for(1ms);
+}
+
+}  // namespace
+
+TEST(NetConnectionOpen, RefusesBadAddressesAndClosedPorts) {
+    EXPECT_EQ(NetConnectionOpen("not an address", 1), nullptr);
+    EXPECT_EQ(NetConnectionOpen("", 1), nullptr);
+    EXPECT_EQ(NetConnectionOpen("::1", 1), nullptr);  // IPv4 only
+    EXPECT_EQ(NetConnectionOpen(nullptr, 1), nullptr);
+    uint16_t closed_port;
+    {
+        ScriptedAgent gone;
+        closed_port = gone.port();
+    }
+    EXPECT_EQ(NetConnectionOpen("127.0.0.1", closed_port), nullptr);
+}
+
+TEST(NetConnectionOpen, UsesTheLow16BitsOfThePort) {
+    ScriptedAgent agent;
+    agent.add(Script().expect(kPingRequest).send(bytes("00000001")));
+    NetConnection *c = NetConnectionOpen("127.0.0.1", 0x10000u + agent.port());
+    ASSERT_NE(c, nullptr);
+    EXPECT_EQ(TestPing(c), 0);
+    NetConnectionClose(c);
+}
+
+TEST(NetConnectionSendRecv, ZeroAndNegativeLengthsTouchNothing) {
+    ScriptedAgent agent;
+    agent.add(Script().expect("xyz").send("ab"));
+    NetConnection *c = open_to(agent);
+    ASSERT_NE(c, nullptr);
+    EXPECT_EQ(NetConnectionSend(c, "ignored", 0, 0), 0);
+    EXPECT_EQ(NetConnectionSend(c, "ignored", -5, 0), 0);
+    char buf[4] = {'q', 'q', 'q', 'q'};
+    EXPECT_EQ(NetConnectionRecv(c, buf, 0, 0), 0);
+    EXPECT_EQ(NetConnectionRecv(c, buf, static_cast<int32_t>(0x80000000u), 0), 0);
+    EXPECT_EQ(std::string(buf, 4), "qqqq");
+    // Nothing of the above reached the peer: its first bytes are these.
+    EXPECT_EQ(NetConnectionSend(c, "xyz", 3, 0), 3);
+    EXPECT_EQ(NetConnectionRecv(c, buf, 2, 0), 2);
+    EXPECT_EQ(std::string(buf, 2), "ab");
+    EXPECT_TRUE(agent.wait_finished(1));
+    EXPECT_EQ(agent.failures(), "");
+    NetConnectionClose(c);
+}
+
+TEST(NetConnectionRecv, PeerClosingEarlyGivesZeroAndKeepsTheBytes) {
+    ScriptedAgent agent;
+    agent.add(Script().send("ab").close());
+    NetConnection *c = open_to(agent);
+    ASSERT_NE(c, nullptr);
+    char buf[4] = {};
+    errno = 0;
+    EXPECT_EQ(NetConnectionRecv(c, buf, 4, 0), 0);
+    EXPECT_EQ(errno, ECONNRESET);
+    EXPECT_EQ(std::string(buf, 2), "ab");  // received, but not counted
+    NetConnectionClose(c);
+}
+
+TEST(NetConnectionRecv, LargeTransfersArriveWhole) {
+    std::string big(3 * 1024 * 1024 + 7, '\0');
+    for (std::size_t i = 0; i < big.size(); ++i) big[i] = static_cast<char>(i * 31 + i / 977);
+    ScriptedAgent agent;
+    agent.add(Script().read(big.size()).send(big).drain());
+    NetConnection *c = open_to(agent);
+    ASSERT_NE(c, nullptr);
+    const auto n = static_cast<int32_t>(big.size());
+    EXPECT_EQ(NetConnectionSend(c, big.data(), n, 0), n);
+    std::string back(big.size(), '\0');
+    EXPECT_EQ(NetConnectionRecv(c, back.data(), n, 0), n);
+    EXPECT_TRUE(back == big);
+    NetConnectionClose(c);
+    EXPECT_TRUE(agent.wait_finished(1));
+    EXPECT_TRUE(agent.received(0) == big);
+}
+
+TEST(NetConnectionRecv, ASignalEndsTheReceiveWithMinusOne) {
+    struct sigaction sa {}, old{};
+    sa.sa_handler = [](int) {};
+    sa.sa_flags = 0;  // no SA_RESTART: recv must see EINTR
+    sigaction(SIGUSR1, &sa, &old);
+
+    std::atomic<bool> release{false};
+    ScriptedAgent agent;
+    agent.add(Script().hook([&] {
+        while (!release) std::this_thread::sleep_for(5ms);
+    }));
+    NetConnection *c = open_to(agent);
+    ASSERT_NE(c, nullptr);
+    std::atomic<int32_t> result{1};
+    std::atomic<int> err{0};
+    std::atomic<bool> done{false};
+    std::thread receiver([&] {
+        char buf[4];
+        result = NetConnectionRecv(c, buf, 4, 0);
+        err = errno;
+        done = true;
+    });
+    const pthread_t target = receiver.native_handle();
+    // Keep signalling until the receive gives up: the first signal may come before recv blocks.
+    for (int i = 0; i < 400 && !done; ++i) {
+        pthread_kill(target, SIGUSR1);
+        std::this_thread::sleep_for(5ms);
+    }
+    receiver.join();
+    release = true;
+    EXPECT_EQ(result.load(), -1);
+    EXPECT_EQ(err.load(), EINTR);
+    NetConnectionClose(c);
+    sigaction(SIGUSR1, &old, nullptr);
+}
+
+TEST(NetConnectionSend, AFailedSendIsStickyAndRaisesNoSigpipe) {
+    SigpipeCounter sigpipes;
+    ScriptedAgent agent;
+    agent.add(Script().close());
+    NetConnection *c = open_to(agent);
+    ASSERT_NE(c, nullptr);
+    ASSERT_TRUE(agent.wait_finished(1));
+    break_the_send_side(c);
+    EXPECT_EQ(g_sigpipes.load(), 0);
+
+    // From now on every send is refused at once, also one of length 0, with the stored reason.
+    errno = 0;
+    EXPECT_EQ(NetConnectionSend(c, "x", 1, 0), -1);
+    const int stored = errno;
+    EXPECT_TRUE(stored == EPIPE || stored == ECONNRESET) << stored;
+    EXPECT_EQ(NetConnectionSend(c, "x", 0, 0), -1);
+    EXPECT_EQ(TestPing(c), -2);
+    EXPECT_EQ(g_sigpipes.load(), 0);
+
+    // Closing clears the error; the handle stays a record that fails cleanly.
+    NetConnectionClose(c);
+    NetConnectionClose(c);
+    char buf[4];
+    EXPECT_EQ(NetConnectionRecv(c, buf, 4, 0), -1);
+    EXPECT_EQ(NetConnectionSend(c, "x", 1, 0), 0);  // nothing sent: the stale socket fails
+    EXPECT_EQ(NetConnectionSend(c, "x", 1, 0), -1);
+}
+
+TEST(NetConnection, NullHandlesAndTheTimeoutDoNothing) {
+    NetConnectionClose(nullptr);
+    NetConnectionLock(nullptr);
+    NetConnectionUnlock(nullptr);
+    EXPECT_EQ(NetConnectionSetTimeout(nullptr, 10), 0);
+    EXPECT_EQ(NetConnectionSend(nullptr, "x", 1, 0), -1);
+    char b;
+    EXPECT_EQ(NetConnectionRecv(nullptr, &b, 1, 0), -1);
+    EXPECT_EQ(TestPing(nullptr), -2);
+}
+
+TEST(NetConnection, TheLockExcludesOtherThreads) {
+    ScriptedAgent agent;
+    agent.add(Script().drain());
+    NetConnection *c = open_to(agent);
+    ASSERT_NE(c, nullptr);
+    NetConnectionLock(c);
+    std::atomic<bool> entered{false};
+    std::thread other([&] {
+        NetConnectionLock(c);
+        entered = true;
+        NetConnectionUnlock(c);
+    });
+    std::this_thread::sleep_for(50ms);
+    EXPECT_FALSE(entered.load());
+    NetConnectionUnlock(c);
+    other.join();
+    EXPECT_TRUE(entered.load());
+    NetConnectionClose(c);
+}
+
+TEST(TestPing, Answers) {
+    struct Case {
+        const char *name;
+        Script script;
+        int32_t expected;
+    };
+    Case cases[] = {
+        {"correct agent", Script().expect(kPingRequest).send(bytes("00 00 00 01")), 0},
+        {"reply read as a little-endian 1 is wrong", Script().expect(kPingRequest).send(bytes("01 00 00 00")), -4},
+        {"a framed reply is wrong", Script().expect(kPingRequest).send(bytes("fc9ccff0")), -4},
+        {"accepts and closes", Script().close(), -4},
+        {"closes after two bytes", Script().expect(kPingRequest).send(bytes("00 00")).close(), -4},
+    };
+    for (auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        ScriptedAgent agent;
+        agent.add(c.script);
+        NetConnection *conn = open_to(agent);
+        ASSERT_NE(conn, nullptr);
+        EXPECT_EQ(TestPing(conn), c.expected);
+        NetConnectionClose(conn);
+        EXPECT_TRUE(agent.wait_finished(1));
+        EXPECT_EQ(agent.failures(), "");
+    }
+}
+
+TEST(TestPing, AResetConnectionIsAReceiveError) {
+    ScriptedAgent agent;
+    agent.add(Script().expect(kPingRequest).reset());
+    NetConnection *c = open_to(agent);
+    ASSERT_NE(c, nullptr);
+    EXPECT_EQ(TestPing(c), -3);
+    NetConnectionClose(c);
+}
