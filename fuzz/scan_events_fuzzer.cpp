@@ -1,0 +1,36 @@
+// The scan's event loop fed from a socket: the input is all that the agent sends on the event
+// connection before it closes. Whatever comes, the loop returns, every found item reaches the
+// caller NUL-terminated within the loop's 2048 bytes, and no callback comes without an event
+// header of 20 bytes behind it, but for the one that tells of the end.
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "Wrenlink/NetDiskDiscover.h"
+#include "socket_peer.h"
+
+namespace {
+
+struct Said {
+    std::size_t calls = 0;
+};
+
+Said *said(uint64_t user) { return reinterpret_cast<Said *>(user); }
+
+void on_item(const char *item, uint64_t user) {
+    if (strnlen(item, 2049) > 2048) std::abort();
+    ++said(user)->calls;
+}
+void on_code(uint32_t, uint64_t user) { ++said(user)->calls; }
+void on_progress(int64_t, int64_t, uint64_t user) { ++said(user)->calls; }
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    wrenlink::fuzz::SocketPeer peer(data, size);
+    Said s;
+    ScanArgs args{nullptr, peer.conn(), on_item, on_code, on_progress, reinterpret_cast<uint64_t>(&s)};
+    pthread_start(&args);
+    if (s.calls > size / 20 + 1) std::abort();
+    return 0;
+}
