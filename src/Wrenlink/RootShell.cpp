@@ -16,6 +16,8 @@
 #include "Wrenlink/boundary.h"
 #include "Wrenlink/command_line.h"
 #include "Wrenlink/mac_special.h"
+#include "Wrenlink/pauses.h"
+#include "Wrenlink/platform.h"
 #include "Wrenlink/process.h"
 
 namespace {
@@ -23,21 +25,42 @@ namespace {
 // Root runs are one at a time; they don't exclude the runs of the process runner.
 std::mutex adb_mutex;
 
-// What the shell is given to answer a line before its text is read.
-constexpr auto kShellPause = std::chrono::milliseconds(500);
 // A read phase keeps what fits the caller's 2048-byte buffer with its terminator.
 constexpr std::size_t kPhaseKeeps = wrenlink::kOutputSize - 1;
 
-void wait_readable(int fd) {
-    pollfd ready{fd, POLLIN, 0};
-    while (::poll(&ready, 1, -1) < 0 && errno == EINTR) {
-    }
-}
+// Where the platform gives no descriptor that tells of the shell's exit, how often it is looked at
+// while its output stays silent.
+constexpr int kExitCheckMs = 10;
 
-// One read phase into the start of `output`: waits as long as it takes for the first text, then
-// reads until the pipe is empty (or has ended). Text beyond what the buffer keeps is read and
-// dropped, so that the next phase starts on an empty pipe.
-void read_phase(int fd, char *output) {
+// The shell's output, and the shell: a phase waits for text until the shell has gone. A process
+// the shell started may keep the pipe open long after, and no text of the shell can come then.
+class ShellOutput {
+public:
+    explicit ShellOutput(wrenlink::process::Child &shell)
+        : shell_(shell), exit_(wrenlink::platform::exit_watch(shell.pid())) {}
+    int fd() const { return shell_.stdout_fd(); }
+
+    // Waits until the pipe can be read (text or its end); false when the shell has exited first.
+    bool wait_readable() {
+        for (;;) {
+            pollfd fds[2] = {{fd(), POLLIN, 0}, {exit_.get(), POLLIN, 0}};
+            const int ready = ::poll(fds, exit_ ? 2 : 1, exit_ ? -1 : kExitCheckMs);
+            if (ready > 0 && fds[0].revents != 0) return true;
+            if (shell_.reap_if_exited()) return false;
+            if (ready < 0 && errno != EINTR) std::this_thread::sleep_for(std::chrono::milliseconds(kExitCheckMs));
+        }
+    }
+
+private:
+    wrenlink::process::Child &shell_;
+    const wrenlink::UniqueFd exit_;
+};
+
+// One read phase into the start of `output`: waits as long as it takes for the first text (or
+// until the shell has gone), then reads until the pipe is empty (or has ended). Text beyond what
+// the buffer keeps is read and dropped, so that the next phase starts on an empty pipe.
+void read_phase(ShellOutput &shell, char *output) {
+    const int fd = shell.fd();
     std::size_t kept = 0;
     bool gotAny = false;
     char dropped[512];
@@ -51,7 +74,7 @@ void read_phase(int fd, char *output) {
         } else if (n < 0 && errno == EINTR) {
             continue;
         } else if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) && !gotAny) {
-            wait_readable(fd);
+            if (!shell.wait_readable()) break;
         } else {
             break;  // the end of the stream, an error, or an empty pipe after some text
         }
@@ -105,15 +128,16 @@ int32_t root_shell(const char *commandLine, char *output) {
     ComLog::Log("start read pipe");
     if (!wrenlink::process::set_nonblocking(shell.stdout_fd())) std::perror("fcntl");
 
-    read_phase(shell.stdout_fd(), output);
+    ShellOutput text(shell);
+    read_phase(text, output);
     if (std::strchr(output, '#') == nullptr) {
         write_all(shell.stdin_fd(), "su\r\n", sizeof "su\r\n");  // with its terminator: 5 bytes
-        std::this_thread::sleep_for(kShellPause);
-        read_phase(shell.stdout_fd(), output);  // whether su worked is not looked at
+        std::this_thread::sleep_for(wrenlink::pauses::shell_answer());
+        read_phase(text, output);  // whether su worked is not looked at
     }
     write_all(shell.stdin_fd(), commandLine, std::strlen(commandLine));
-    std::this_thread::sleep_for(kShellPause);
-    read_phase(shell.stdout_fd(), output);
+    std::this_thread::sleep_for(wrenlink::pauses::shell_answer());
+    read_phase(text, output);
     shell.kill_and_reap();  // whatever the shell is still doing
     return 0;
 }

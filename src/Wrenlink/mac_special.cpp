@@ -19,6 +19,7 @@
 #include "Wrenlink/Wrenlink.h"
 #include "Wrenlink/boundary.h"
 #include "Wrenlink/command_line.h"
+#include "Wrenlink/pauses.h"
 #include "Wrenlink/platform.h"
 #include "Wrenlink/process.h"
 
@@ -28,9 +29,8 @@ namespace {
 std::mutex adb_mutex;
 
 constexpr int kPipeAttempts = 5;
-// A run that doesn't wait gives the tool this long, then sends it the terminate signal.
-constexpr auto kNoWaitRun = std::chrono::seconds(1);
-// ...and this long to go before it is killed, so that no run leaves a process behind.
+// A run that doesn't wait gives the tool a second (pauses.h), then sends it the terminate signal,
+// and this long to go before it is killed, so that no run leaves a process behind.
 constexpr auto kTerminateGrace = std::chrono::milliseconds(500);
 
 // The runner's complaints: one line each on standard error, in a single write so that lines of
@@ -122,7 +122,7 @@ std::string ocCommand::startForCommand(const std::string &commandLine, bool isWa
 
     if (!isWaitExit) {
         // Nothing is collected from a run that doesn't wait: its text is always empty.
-        std::this_thread::sleep_for(kNoWaitRun);
+        std::this_thread::sleep_for(wrenlink::pauses::no_wait_run());
         _task.signal(SIGTERM);
         _task.wait_for(kTerminateGrace);  // one that outlives this is killed with the object
         return _result;

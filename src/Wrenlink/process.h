@@ -42,6 +42,9 @@ public:
     int stdout_fd() const noexcept { return out_.get(); }
 
     void signal(int sig) const noexcept;
+    // Reaps the child if it has ended, without blocking; true when it is gone (or was reaped by
+    // someone else).
+    bool reap_if_exited() noexcept;
     // Reaps the child if it ends within `limit`; true when it is gone.
     bool wait_for(std::chrono::milliseconds limit) noexcept;
     // Kills the child (signal 9) if it is still there, and reaps it.
@@ -58,8 +61,6 @@ public:
     Output collect();
 
 private:
-    // Reaps without blocking; true when the child is gone (or was reaped by someone else).
-    bool reap_if_exited() noexcept;
     void reap_blocking() noexcept;
 
     pid_t pid_ = -1;

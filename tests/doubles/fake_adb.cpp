@@ -147,7 +147,7 @@ std::vector<Action> actions_of(const std::vector<std::string> &words, std::size_
         if (v == "out" || v == "err") {
             if (at >= words.size()) fail("missing text on line " + std::to_string(lineNo));
             action.text = words[at++];
-        } else if (v == "exit" || v == "sleep") {
+        } else if (v == "exit" || v == "sleep" || v == "die") {
             action.number = number_at(words, at++, lineNo);
         } else if (v == "fill") {
             action.number = number_at(words, at++, lineNo);
@@ -276,6 +276,10 @@ void perform(const std::vector<Action> &actions, const Scenario &scenario) {
             write_all(STDERR_FILENO, a.text);
         } else if (a.verb == "exit") {
             finish(static_cast<int>(a.number));
+        } else if (a.verb == "die") {
+            flush_held_out();
+            ::signal(static_cast<int>(a.number), SIG_DFL);
+            ::raise(static_cast<int>(a.number));
         } else if (a.verb == "sleep") {
             flush_held_out();  // a burst, then a pause
             sleep_ms(a.number);

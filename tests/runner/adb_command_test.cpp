@@ -147,18 +147,6 @@ TEST(AdbCommand, ToolGetsOnlyTheStandardDescriptors) {
     EXPECT_EQ(fds->words, (std::vector<std::string>{"0", "1", "2"}));
 }
 
-TEST(AdbCommand, ThousandRunsLeaveNoDescriptorAndNoZombie) {
-    FakeAdb adb;
-    adb.scenario("always out \"ok\"");
-    adb_text(" warm-up");
-    const int before = wrenlink::test::open_descriptors();
-    int answered = 0;
-    for (int i = 0; i < 1000; ++i) answered += adb_text(" version") == "ok" ? 1 : 0;
-    EXPECT_EQ(answered, 1000);
-    EXPECT_EQ(wrenlink::test::open_descriptors(), before);
-    EXPECT_FALSE(wrenlink::test::zombie_child_left());
-}
-
 TEST(AdbShellCommand, FormsTheShellLineAndCopiesNonEmptyText) {
     FakeAdb adb;
     adb.scenario(R"(when "shell ls" out "a\nb\n")");

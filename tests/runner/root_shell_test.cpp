@@ -15,12 +15,7 @@ namespace {
 
 const std::string kSu("su\r\n\0", 5);  // with its terminator
 
-std::string root_shell(const char *line) {
-    char output[wrenlink::kOutputSize];
-    std::memset(output, 'x', sizeof output);
-    EXPECT_EQ(AdbRootShell(nullptr, line, output), 0);
-    return std::string(output, strnlen(output, sizeof output));
-}
+std::string root_shell(const char *line) { return wrenlink::test::root_text(line); }
 
 TEST(AdbRootShell, AsksForRootWhenThePromptIsNotRoot) {
     FakeAdb adb;

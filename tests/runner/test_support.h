@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <sys/wait.h>
 
+#include <cstring>
 #include <string>
 
 #include "Wrenlink/Wrenlink.h"
@@ -16,6 +17,15 @@ inline std::string adb_text(const char *line, bool isWaitExit = true) {
     char output[kOutputSize] = {};
     AdbCommand(line, output, kOutputSize, isWaitExit);
     return output;
+}
+
+// One root run through the public entry point, into a 2048-byte buffer that holds no terminator
+// beforehand: the text is what the run terminated.
+inline std::string root_text(const char *line) {
+    char output[kOutputSize];
+    std::memset(output, 'x', sizeof output);
+    AdbRootShell(nullptr, line, output);
+    return std::string(output, strnlen(output, sizeof output));
 }
 
 // True when a child of this process has ended and not been reaped. Reaps nothing.

@@ -1,0 +1,18 @@
+// The fixed pauses of the adb half: a run that doesn't wait gives the tool one second before the
+// terminate signal, and the root shell gives the phone's shell half a second to answer each line.
+// They are part of how those routes work. Only tests that repeat a route a thousand times shorten
+// them, through this header of the static core; nothing exported reaches it.
+#pragma once
+
+#include <chrono>
+
+namespace wrenlink::pauses {
+
+std::chrono::milliseconds no_wait_run() noexcept;
+std::chrono::milliseconds shell_answer() noexcept;
+
+// Every pause becomes `each`, until restore().
+void shorten(std::chrono::milliseconds each) noexcept;
+void restore() noexcept;
+
+}  // namespace wrenlink::pauses
