@@ -102,4 +102,20 @@ TEST_F(ToolCheck, ToolThatCannotBeStartedIsReported) {
     EXPECT_TRUE(adb_.runs().empty());
 }
 
+// A directory passes both checks (its x bit) but can't be started; a link that leads nowhere is
+// a missing tool.
+TEST_F(ToolCheck, DirectoryOrBrokenLinkAtTheToolsPlaceRunsNothing) {
+    ASSERT_EQ(::mkdir(tool_.c_str(), 0755), 0);
+    CaptureStderr();
+    expect_empty_text_everywhere();
+    EXPECT_NE(GetCapturedStderr().find("launch of " + tool_ + " failed: "), std::string::npos);
+    ::rmdir(tool_.c_str());
+
+    ASSERT_EQ(::symlink((tool_ + ".gone").c_str(), tool_.c_str()), 0);
+    CaptureStderr();
+    expect_empty_text_everywhere();
+    EXPECT_NE(GetCapturedStderr().find("File " + tool_ + " was not found!\n"), std::string::npos);
+    EXPECT_TRUE(adb_.runs().empty());
+}
+
 }  // namespace
