@@ -123,7 +123,7 @@ std::string event(uint32_t opcode, const std::string &payload, std::optional<uin
 // ---------------------------------------------------------------------------------------------
 
 struct Script::Step {
-    enum class Kind { Expect, Read, ExpectRequest, Send, Wait, Hook, Serve, Drain, Close, Reset };
+    enum class Kind { Expect, Read, ExpectRequest, Send, Wait, Hook, Serve, Drain, Flood, Close, Reset };
     Kind kind;
     std::string data;
     std::size_t count = 0;
@@ -185,6 +185,12 @@ Script &Script::serve(Handler handler) {
 }
 Script &Script::drain() {
     steps_.push_back(step(Step::Kind::Drain));
+    return *this;
+}
+Script &Script::flood(std::string data) {
+    auto s = step(Step::Kind::Flood);
+    s->data = std::move(data);
+    steps_.push_back(s);
     return *this;
 }
 Script &Script::close() {
@@ -345,6 +351,17 @@ void ScriptedAgent::run(std::shared_ptr<Conn> conn, Script script) {
             }
             open = false;
             break;
+        case K::Flood: {
+            // Reading at the same time keeps a peer that sends before it reads from blocking us both.
+            std::thread reader([fd = conn->fd] {
+                std::string dropped;
+                while (read_exact(fd, dropped, 64 * 1024)) dropped.clear();
+            });
+            send_all(conn->fd, s->data);
+            reader.join();
+            open = false;
+            break;
+        }
         case K::Close:
             open = false;
             break;

@@ -67,6 +67,9 @@ public:
     Script &serve(Handler handler);
     // Read until the peer closes.
     Script &drain();
+    // Send these bytes (all the replies of a long run of requests, say) while reading and
+    // dropping whatever comes, until the peer closes. What comes is not kept.
+    Script &flood(std::string bytes);
     // Close now. A script that runs out of steps closes as well.
     Script &close();
     // Abort the connection: the peer's next receive fails with a reset instead of an end of stream.

@@ -1,14 +1,12 @@
 // Small helpers of the runner tests.
 #pragma once
 
-#include <fcntl.h>
-#include <sys/wait.h>
-
 #include <cstring>
 #include <string>
 
 #include "Wrenlink/Wrenlink.h"
 #include "Wrenlink/command_line.h"
+#include "doubles/census.h"
 
 namespace wrenlink::test {
 
@@ -26,19 +24,6 @@ inline std::string root_text(const char *line) {
     std::memset(output, 'x', sizeof output);
     AdbRootShell(nullptr, line, output);
     return std::string(output, strnlen(output, sizeof output));
-}
-
-// True when a child of this process has ended and not been reaped. Reaps nothing.
-inline bool zombie_child_left() {
-    siginfo_t info{};
-    if (::waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) != 0) return false;  // no child at all
-    return info.si_pid != 0;
-}
-
-inline int open_descriptors() {
-    int count = 0;
-    for (int fd = 0; fd < 4096; ++fd) count += ::fcntl(fd, F_GETFD) >= 0 ? 1 : 0;
-    return count;
 }
 
 }  // namespace wrenlink::test

@@ -1,12 +1,11 @@
 // The scan's event loop, played by a scripted agent on the fixed event port 10244.
 #include <gtest/gtest.h>
 
-#include <dirent.h>
-
 #include <string>
 #include <vector>
 
 #include "Wrenlink/Wrenlink.h"
+#include "doubles/census.h"
 #include "doubles/scripted_agent.h"
 
 using namespace wrenlink::test;
@@ -45,14 +44,6 @@ struct Scans {
         return said;
     }
 };
-
-std::size_t open_descriptors() {
-    std::size_t n = 0;
-    DIR *dir = opendir("/proc/self/fd");
-    while (dir != nullptr && readdir(dir) != nullptr) ++n;
-    if (dir != nullptr) closedir(dir);
-    return n;
-}
 
 }  // namespace
 
@@ -106,7 +97,7 @@ TEST(Scan, StreamCutAtAnyByte) {
                   {found(""), "item:", -1},            {progress(3, 3), "progress:3/3", 1}};
     std::string stream;
     for (const auto &e : events) stream += e.wire;
-    const std::size_t before = open_descriptors();
+    const int before = wrenlink::test::open_descriptors();
     {
         Scans scans;
         for (std::size_t cut = 0; cut <= stream.size(); ++cut) {
@@ -126,7 +117,7 @@ TEST(Scan, StreamCutAtAnyByte) {
             ASSERT_EQ(scans.run(stream.substr(0, cut)), expected) << "cut at " << cut;
         }
     }
-    EXPECT_EQ(open_descriptors(), before);
+    EXPECT_EQ(wrenlink::test::open_descriptors(), before);
 }
 
 TEST(Scan, RefusedStartOrNoEventListener) {
