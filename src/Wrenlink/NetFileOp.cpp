@@ -120,8 +120,11 @@ AgentStatus seek_file(NetConnection *conn, NFCFileRef *ref, int64_t offset, int3
 AgentStatus close_file(NetConnection *conn, NFCFileRef *ref) {
     if (conn == nullptr || ref == nullptr) return EINVAL;
     if (const AgentStatus stuck = gate(conn)) return stuck;
-    const std::string packet = make_file_close_packet(ref->remoteId);
-    std::free(ref);  // gone from here on, whatever the agent answers
+    // Gone from here on, whatever comes: the caller can't tell a failure to build the request
+    // from the agent's answer, and holds a dead pointer after either.
+    const uint32_t remoteId = ref->remoteId;
+    std::free(ref);
+    const std::string packet = make_file_close_packet(remoteId);
     return exchange(conn, Sticky::Yes, [&]() -> Exit {
         PacketHeader h;
         if (Step s = request(conn, packet, h)) return *s;
