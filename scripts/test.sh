@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds Wrenlink and runs every test, on a fresh Debian machine too: when run as root it installs
 # the Debian packages that are missing, then configures the development preset (AddressSanitizer +
-# UndefinedBehaviorSanitizer), builds and runs ctest.
+# UndefinedBehaviorSanitizer), builds and runs ctest; then builds the concurrency tests under
+# ThreadSanitizer and runs them. Arguments go to the first ctest.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -11,3 +12,7 @@ bash scripts/ensure-packages.sh g++ cmake ninja-build pkg-config libgtest-dev li
 cmake --preset dev
 cmake --build --preset dev
 ctest --preset dev "$@"
+
+cmake --preset tsan
+cmake --build --preset tsan
+ctest --preset tsan
