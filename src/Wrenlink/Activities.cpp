@@ -1,5 +1,4 @@
 // Which activity the phone shows, starting one, and stopping an application.
-#include <cstring>
 
 #include "Wrenlink/AdbText.h"
 #include "Wrenlink/ComLog.h"
@@ -23,9 +22,7 @@ int32_t AdbGetTopActivity(const char *serial, char *name) {
         const auto text = run_shell(serial, Line("dumpsys activity activities | grep mFocusedActivity"), out.bytes);
         const auto found = top_activity_name(text);
         if (!found) return kNotDone;
-        // At most 2047 bytes and the terminator, as the output it comes from.
-        std::memcpy(name, found->data(), found->size());
-        name[found->size()] = '\0';
+        write_text(name, *found);
         return 0;
     });
 }

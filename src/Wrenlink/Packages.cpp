@@ -108,9 +108,7 @@ int32_t AdbGetPackageProp(const char *serial, const char *packageName, const cha
         const auto text = run_shell(serial, format_command(" dumpsys package %s", packageName), out.bytes);
         const auto found = package_prop_value(text, key);
         if (!found) return kKeyMissing;
-        // At most 2047 bytes and the terminator, as the output it comes from.
-        std::memcpy(value, found->data(), found->size());
-        value[found->size()] = '\0';
+        write_text(value, *found);
         return 0;
     });
 }

@@ -23,6 +23,13 @@ inline std::string_view text_in(const char *buffer, std::size_t size) noexcept {
     return {buffer, strnlen(buffer, size)};
 }
 
+// Writes `text` and a terminator into a caller's buffer that has room for both: texts taken from
+// one output hold at most 2047 bytes.
+inline void write_text(char *to, std::string_view text) noexcept {
+    std::memcpy(to, text.data(), text.size());
+    to[text.size()] = '\0';
+}
+
 template <std::size_t N>
 struct ToolOutputOf {
     char bytes[N] = {};
