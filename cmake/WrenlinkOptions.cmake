@@ -5,6 +5,11 @@ target_compile_options(wrenlink_warnings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wcast-qual
   -Wformat=2 -Wundef -Wnon-virtual-dtor -Werror)
 
+if(WRENLINK_BUILD_FUZZERS)
+  # Coverage for libFuzzer in every object; the fuzz binaries add the fuzzer main at link time.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
 if(WRENLINK_SANITIZE)
   list(JOIN WRENLINK_SANITIZE "," _wrenlink_san)
   add_compile_options(-fsanitize=${_wrenlink_san} -fno-omit-frame-pointer -fno-sanitize-recover=all)

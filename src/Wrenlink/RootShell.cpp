@@ -89,7 +89,9 @@ int32_t root_shell(const char *commandLine, char *output) {
     }
 
     wrenlink::process::Child shell;
-    // No -s: the tool picks the phone. The shell's stderr stays the host's.
+    // No -s: the tool picks the phone. The shell's stderr stays the host's. posix_spawn rather
+    // than fork: nothing of a threaded host is copied, and a failed exec ends the half-made child
+    // with status 127 inside the C library, which reports it here.
     const int failure = wrenlink::process::spawn(tool, {tool, "shell"}, {&*feed, &*reply, nullptr}, shell);
     if (failure != 0) {
         if (no_process_made(failure)) {

@@ -216,7 +216,7 @@ Child::Output Child::collect() {
         };
         const pollfd *out = add(out_);
         const pollfd *err = add(err_);
-        const pollfd *exit = add(watch);
+        const pollfd *ended = add(watch);
         const int ready = ::poll(fds, count, watch ? -1 : kExitCheckMs);
         if (ready < 0 && errno != EINTR) break;
 
@@ -224,7 +224,7 @@ Child::Output Child::collect() {
         if (err && err->revents != 0 && drain(err_.get(), output.err) == Stream::Ended) err_.reset();
         if (!watch) {
             exited = reap_if_exited();
-        } else if (exit->revents != 0) {
+        } else if (ended->revents != 0) {
             reap_blocking();  // a readable pidfd means the child has ended: this returns at once
             exited = true;
         }

@@ -46,38 +46,6 @@ const std::set<std::string> kExported = {
 // Names whose operations are still being built: they may be missing for now. Remove each name
 // here as its operation lands; when the library is complete this set is empty.
 const std::set<std::string> kPending = {
-    "NDDStartScan",
-    "NDDStopScan",
-    "NDDPauseScan",
-    "NDDResumeScan",
-    "NDDEraseFile",
-    "NMCListImages",
-    "NMCAddImage",
-    "NMCDelImage",
-    "NMCListMusics",
-    "NMCAddMusic",
-    "NMCDelMusic",
-    "NMCListVideo",
-    "NMCAddIVideo",
-    "NMCDelIVideo",
-    "NFCFileRefOpen",
-    "NFCFileRefRead",
-    "NFCFileRefWrite",
-    "NFCFileRefTell",
-    "NFCFileRefSeek",
-    "NFCFileRefClose",
-    "NFCFileRefDelete",
-    "NFCFileRefMkDir",
-    "NFCFileRefAccess",
-    "AdbCommand",
-    "AdbShellCommand",
-    "AdbKillOtherADB",
-    "AdbRestartAdb",
-    "AdbForward",
-    "AndGetAdbFullpath",
-    "KillInstallDriver",
-    "AdbRootShell",
-    "AdbIsAdbRoot",
 };
 
 // "ComLog::Log(char const*, ...)" -> "ComLog::Log"; "ComLog::appName[abi:cxx11]" -> "ComLog::appName".

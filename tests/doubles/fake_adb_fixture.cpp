@@ -1,13 +1,8 @@
 #include "doubles/fake_adb_fixture.h"
 
-#include <fcntl.h>
 #include <stdlib.h>
-#include <unistd.h>
 
-#include <cstdio>
-#include <fstream>
 #include <sstream>
-#include <stdexcept>
 
 #include "Wrenlink/Wrenlink.h"
 
@@ -19,40 +14,25 @@ constexpr const char *kScenario = "WRENLINK_FAKE_ADB_SCENARIO";
 constexpr const char *kLog = "WRENLINK_FAKE_ADB_LOG";
 constexpr const char *kStdin = "WRENLINK_FAKE_ADB_STDIN";
 
-std::string slurp(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 }  // namespace
 
 FakeAdb::FakeAdb() {
-    const char *tmp = std::getenv("TMPDIR");
-    std::string pattern = std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/wrenlink-fake-adb-XXXXXX";
-    if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-    dir_ = pattern;
     scenario("");
-    ::setenv(kScenario, (dir_ + "/scenario").c_str(), 1);
-    ::setenv(kLog, (dir_ + "/log").c_str(), 1);
-    ::setenv(kStdin, (dir_ + "/stdin").c_str(), 1);
+    ::setenv(kScenario, files_.host("scenario").c_str(), 1);
+    ::setenv(kLog, files_.host("log").c_str(), 1);
+    ::setenv(kStdin, files_.host("stdin").c_str(), 1);
 }
 
 FakeAdb::~FakeAdb() {
     ::unsetenv(kScenario);
     ::unsetenv(kLog);
     ::unsetenv(kStdin);
-    for (const char *name : {"/scenario", "/log", "/stdin"}) ::unlink((dir_ + name).c_str());
-    ::rmdir(dir_.c_str());
 }
 
-void FakeAdb::scenario(const std::string &text) const {
-    std::ofstream(dir_ + "/scenario", std::ios::binary | std::ios::trunc) << text << '\n';
-}
+void FakeAdb::scenario(const std::string &text) const { files_.write("scenario", text + "\n"); }
 
 std::vector<FakeAdbRecord> FakeAdb::records() const {
-    const std::string log = slurp(dir_ + "/log");
+    const std::string log = files_.read("log");
     std::vector<FakeAdbRecord> records;
     std::size_t at = 0;
     while (at < log.size()) {
@@ -88,7 +68,7 @@ std::vector<Argv> FakeAdb::runs() const {
     return runs;
 }
 
-std::string FakeAdb::shell_input() const { return slurp(dir_ + "/stdin"); }
+std::string FakeAdb::shell_input() const { return files_.read("stdin"); }
 
 std::string FakeAdb::tool() { return AndGetAdbFullpath(); }
 

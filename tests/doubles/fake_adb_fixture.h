@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "doubles/temp_tree.h"
+
 namespace wrenlink::test {
 
 using Argv = std::vector<std::string>;
@@ -44,7 +46,7 @@ public:
     static std::string built();
 
 private:
-    std::string dir_;
+    TempTree files_;
 };
 
 }  // namespace wrenlink::test

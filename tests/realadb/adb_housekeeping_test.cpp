@@ -14,13 +14,14 @@
 
 #include <chrono>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <thread>
 
 #include "Wrenlink/Wrenlink.h"
+#include "doubles/temp_tree.h"
 #include "runner/test_support.h"
 
 extern char **environ;
@@ -96,23 +97,21 @@ class RealAdb : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
         if (!real_tool_present()) return;
-        std::string home = (std::filesystem::temp_directory_path() / "wrenlink-adb-home-XXXXXX").string();
-        ASSERT_NE(::mkdtemp(home.data()), nullptr);
-        home_ = home;
+        home_ = std::make_unique<wrenlink::test::TempTree>();
         port_ = free_loopback_port();
-        ::setenv("HOME", home_.c_str(), 1);
+        ::setenv("HOME", home_->root().c_str(), 1);
         ::setenv("ANDROID_ADB_SERVER_PORT", std::to_string(port_).c_str(), 1);
     }
     static void TearDownTestSuite() {
-        if (home_.empty()) return;
+        if (!home_) return;
         adb_text(" kill-server");
-        std::filesystem::remove_all(home_);
+        home_.reset();
     }
     void SetUp() override {
         if (!real_tool_present()) GTEST_SKIP() << "no adb tool at " << AndGetAdbFullpath();
     }
 
-    static inline std::string home_;
+    static inline std::unique_ptr<wrenlink::test::TempTree> home_;
     static inline uint16_t port_ = 0;
 };
 

@@ -49,15 +49,6 @@ TEST(SplitCommandLine, Cases) {
     }
 }
 
-TEST(SplitCommandLine, HasNoLimitOnTokens) {
-    std::string line;
-    for (int i = 0; i < 1000; ++i) line += " t" + std::to_string(i);
-    const auto args = wrenlink::split_command_line(line, kTool);
-    ASSERT_EQ(args.size(), 1000u);
-    EXPECT_EQ(args.front(), "t0");
-    EXPECT_EQ(args.back(), "t999");
-}
-
 TEST(AdbPathForExecutable, CutsAtTheSecondSlashFromTheEnd) {
     EXPECT_EQ(wrenlink::adb_path_for_executable("/Applications/App.app/Contents/MacOS/App"),
               "/Applications/App.app/Contents/Resources/adb");
