@@ -46,10 +46,6 @@ TEST(AdbForceStopApp, RunsAndReturnsZero) {
     adb.scenario(R"(always err "error: device not found\n")");
     EXPECT_EQ(AdbForceStopApp("S1", "com.example"), 0);
     EXPECT_EQ(adb.runs(), (std::vector<Argv>{shell_argv("S1", {"am", "force-stop", "com.example"})}));
-    EXPECT_EQ(AdbStartService(), 0);
-    EXPECT_EQ(AdbStopService(), 0);
-    EXPECT_EQ(AdbSendBroadcast(), 0);
-    EXPECT_EQ(AdbCaptureScreen(), 0);
 }
 
 std::vector<Argv> listings(std::size_t n) {

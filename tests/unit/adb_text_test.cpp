@@ -1,7 +1,6 @@
 // The readers of the adb tool's text, on captured and hand-made outputs.
 #include <gtest/gtest.h>
 
-#include <clocale>
 #include <cstring>
 #include <memory>
 #include <regex>
@@ -14,96 +13,65 @@ using namespace wrenlink;
 
 namespace {
 
-std::vector<std::pair<std::string, bool>> phones_of(const std::vector<PhoneLine> &lines) {
-    std::vector<std::pair<std::string, bool>> out;
+using Phones = std::vector<std::pair<std::string, bool>>;
+
+Phones phones_of(const std::vector<PhoneLine> &lines) {
+    Phones out;
     for (const auto &l : lines) out.emplace_back(std::string(l.serial), l.authorized);
     return out;
 }
 
-using Phones = std::vector<std::pair<std::string, bool>>;
-
 }  // namespace
 
-TEST(DevicesText, ShortListRecordsPerState) {
+// The short list, the full list and the refresh each walk the same text in their own way.
+TEST(DevicesText, TheThreeWalksOfOneList) {
     struct Case {
         std::string text;
         std::string records;
+        Phones listed;
+        Phones candidates;
     };
+    const Phones a1{{"A1", true}};
     const Case cases[] = {
-        {"List of devices attached\n\n", ""},
-        {"", ""},
-        {"List of devices attached\nA1\tdevice\nB2\tunauthorized\nC3\toffline\nD4\trecovery\n\n",
-         "A1-author;B2-unauthor;C3-offline;"},
-        {"List of devices attached\r\nA1\tdevice\r\nB2\toffline\r\n\r\n", "A1-author;B2-offline;"},
-        // A header further down still lists; the daemon's lines are no phone lines.
-        {"* daemon started successfully\nList of devices attached\nA1\tdevice\n", "A1-author;"},
+        {"List of devices attached\n\n", "", {}, {}},
+        {"List of devices attached\r\nA1\tdevice\r\nB2\tunauthorized\r\nC3\toffline\r\nD4\thost\r\n\r\n",
+         "A1-author;B2-unauthor;C3-offline;", {{"A1", true}, {"B2", false}}, {{"A1", true}, {"B2", false}}},
+        // A header further down: skipped by the lists, a candidate (with no tab) for the refresh.
+        {"* daemon started successfully\nList of devices attached\nA1\tdevice\n", "A1-author;", a1,
+         {{"List of devices attached", true}, {"A1", true}}},
+        // A CR line ends the refresh's walk; the full list ends only at a phone line with a CR.
+        {"List of devices attached\n\r\nA1\tdevice\n", "A1-author;", a1, {}},
+        {"List of devices attached\nA1\tdevice\n\rB2\tdevice\n", "A1-author;\rB2-author;", a1, a1},
         // The state is searched for in the whole line, serial included.
-        {"List of devices attached\nmydevice7\toffline\n", "mydevice7-offline;"},
-        {"List of devices attached\nunauthorizedX\tdevice\n", "unauthorizedX-unauthor;"},
+        {"List of devices attached\nmydevice7\toffline\n", "mydevice7-offline;", {{"mydevice7", true}},
+         {{"mydevice7", true}}},
         // Without a tab the whole line is the serial, without its CR.
-        {"List of devices attached\nXYZ device\r\n", "XYZ device-author;"},
-        {"List of devices attached\n\tlead\tdevice\n", "lead-author;"},
+        {"List of devices attached\nXYZ device\r\n", "XYZ device-author;", {{"XYZ device", true}},
+         {{"XYZ device", true}}},
+        {"List of devices attached\n\tlead\tdevice\n", "lead-author;", {{"", true}}, {{"", true}}},
     };
     for (const auto &c : cases) {
         EXPECT_FALSE(devices_text_reports_failure(c.text)) << c.text;
         EXPECT_EQ(devices_list_records(c.text, 2047), c.records) << c.text;
+        EXPECT_EQ(phones_of(listed_phones(c.text)), c.listed) << c.text;
+        EXPECT_EQ(phones_of(refresh_candidates(c.text)), c.candidates) << c.text;
     }
 }
 
-TEST(DevicesText, ErrorOrFailAnywhereCondemnsTheList) {
-    for (const char *text : {"List of devices attached\nfailover1\tdevice\n",
-                             "List of devices attached\nA1\tdevice\n\n* daemon failed to start\n",
-                             "adb: error: cannot connect to daemon\n", "xerrorx"}) {
-        EXPECT_TRUE(devices_text_reports_failure(text)) << text;
-    }
+TEST(DevicesText, FailureWordsEmptyListsAndCapacity) {
+    EXPECT_TRUE(devices_text_reports_failure("List of devices attached\nfailover1\tdevice\n"));
+    EXPECT_TRUE(devices_text_reports_failure("List of devices attached\n\nadb: error: protocol fault\n"));
     EXPECT_FALSE(devices_text_reports_failure("List of devices attached\nERROR\tdevice\nFail\tdevice\n"));
-}
 
-TEST(DevicesText, ShortListStopsAtWholeRecordsWithinCapacity) {
+    EXPECT_FALSE(is_nonempty_devices_list("List of devices attached\n\n"));
+    EXPECT_FALSE(is_nonempty_devices_list("* daemon started\nList of devices attached\nA1\tdevice\n"));
+    EXPECT_TRUE(is_nonempty_devices_list("List of devices attached\r\n\r\n"));
+
     std::string text = "List of devices attached\n";
     for (int i = 0; i < 300; ++i) text += "device\n";  // 14-byte records from 7-byte lines
     const std::string records = devices_list_records(text, 2047);
     ASSERT_EQ(records.size(), 2047u / 14 * 14);
-    for (std::size_t at = 0; at < records.size(); at += 14) EXPECT_EQ(records.substr(at, 14), "device-author;");
-}
-
-TEST(DevicesText, FullListWalk) {
-    struct Case {
-        std::string text;
-        Phones phones;
-    };
-    const Case cases[] = {
-        {"List of devices attached\n\n", {}},
-        {"", {}},
-        {"List of devices attached\nA1\tdevice\nB2\tunauthorized\nC3\toffline\nD4\thost\n\n",
-         {{"A1", true}, {"B2", false}}},
-        // The first line goes whatever it says.
-        {"A1\tdevice\nB2\tdevice\n", {{"B2", true}}},
-        {"* daemon started successfully\nList of devices attached\nA1\tdevice\n", {{"A1", true}}},
-        // A CR-only line is skipped; a phone line that begins with a CR ends the list.
-        {"List of devices attached\r\n\r\nA1\tdevice\r\n", {{"A1", true}}},
-        {"List of devices attached\nA1\tdevice\n\rB2\tdevice\nC3\tdevice\n", {{"A1", true}}},
-        // "device" in a serial makes any state a phone line, and authorised.
-        {"List of devices attached\nmydevice7\toffline\n", {{"mydevice7", true}}},
-        {"List of devices attached\nXYZ device\r\n", {{"XYZ device", true}}},
-        {"List of devices attached\n\tlead\tdevice\n", {{"", true}}},
-    };
-    for (const auto &c : cases) EXPECT_EQ(phones_of(listed_phones(c.text)), c.phones) << c.text;
-}
-
-TEST(DevicesText, RefreshWalk) {
-    EXPECT_FALSE(is_nonempty_devices_list(""));
-    EXPECT_FALSE(is_nonempty_devices_list("List of devices attached\n\n"));
-    EXPECT_FALSE(is_nonempty_devices_list("* daemon started\nList of devices attached\nA1\tdevice\n"));
-    EXPECT_TRUE(is_nonempty_devices_list("List of devices attached\r\n\r\n"));
-    EXPECT_TRUE(is_nonempty_devices_list("List of devices attached\n\n* daemon started successfully\n"));
-
-    // Unlike the full list, a CR line of any kind ends the walk, and a header is a candidate.
-    EXPECT_EQ(phones_of(refresh_candidates("List of devices attached\r\n\r\nA1\tdevice\r\n")), Phones{});
-    EXPECT_EQ(phones_of(refresh_candidates("List of devices attached\nA1\tdevice\nB2\tunauthorized\nC3\toffline\n")),
-              (Phones{{"A1", true}, {"B2", false}}));
-    EXPECT_EQ(phones_of(refresh_candidates("List of devices attached\nList of devices attached\n")),
-              (Phones{{"List of devices attached", true}}));
+    EXPECT_EQ(records.substr(records.size() - 14), "device-author;");
 }
 
 TEST(PropertyText, FieldReadsAsTheFirstLine) {
@@ -112,40 +80,17 @@ TEST(PropertyText, FieldReadsAsTheFirstLine) {
         std::string field;
     };
     const Case cases[] = {
-        {"8.1.0\n", "8.1.0"},
-        {"Pixel 7\r\n", "Pixel 7"},
-        {"\nsecond", ""},
-        {"a\rb\nc", "a"},
-        {"", ""},
-        {"error: closed\n", "error: closed"},
+        {"8.1.0\n", "8.1.0"}, {"Pixel 7\r\n", "Pixel 7"}, {"\nsecond", ""}, {"a\rb\nc", "a"}, {"", ""},
+        // 32 bytes or more fill the field with no terminator, and the pass stays in it.
+        {std::string(40, 'v') + "\n", std::string(32, 'v')},
     };
     for (const auto &c : cases) {
         char output[2048] = {};
         std::memcpy(output, c.output.data(), c.output.size());
-        char field[32];
-        std::memset(field, 'z', sizeof field);
-        copy_property_field(field, output);
-        EXPECT_EQ(std::string(field, strnlen(field, 32)), c.field) << c.output;
+        auto field = std::make_unique<char[]>(32);  // exactly 32 bytes: the sanitizer sees a step past it
+        copy_property_field(field.get(), output);
+        EXPECT_EQ(std::string(field.get(), strnlen(field.get(), 32)), c.field) << c.output;
     }
-}
-
-TEST(PropertyText, LongValueFillsTheFieldAndThePassStaysInIt) {
-    char output[2048] = {};
-    std::memset(output, 'v', 40);
-    output[40] = '\n';
-    // A heap field of exactly 32 bytes: the sanitizer sees any step past it.
-    auto field = std::make_unique<char[]>(32);
-    copy_property_field(field.get(), output);
-    EXPECT_EQ(std::string(field.get(), 32), std::string(32, 'v'));
-}
-
-TEST(PropertyText, SoftVersionFailsOnEitherWordAnywhere) {
-    EXPECT_TRUE(soft_version_read_failed("* daemon not running; starting now at tcp:5037\n"));
-    EXPECT_TRUE(soft_version_read_failed("x error: device not found"));
-    EXPECT_FALSE(soft_version_read_failed("error: device offline"));
-    EXPECT_TRUE(says_device_not_found("error: device not found\n"));
-    EXPECT_FALSE(says_device_not_found(" error: device not found"));
-    EXPECT_FALSE(says_device_not_found("error: device not foun"));
 }
 
 TEST(FailureText, VerdictsOfEachFamily) {
@@ -155,18 +100,15 @@ TEST(FailureText, VerdictsOfEachFamily) {
     };
     const Case cases[] = {
         {"", 0, 0, 0, 1},
-        {"1 file pushed. 3.2 MB/s", 0, 0, 0, 1},
         {"error: device not found", 0, 0, 0, 0},
         {"error: device not found\nPermission denied", 0, 0, 0, 0},
         // Not at the start it is no device answer, but it holds "not found", which push skips.
         {"* daemon started\nerror: device not found", 1, 1, 0, 1},
         {"adb: not found", 1, 1, 0, 1},
         {"rm: /sdcard/x: No such file or directory", 1, 1, 1, 1},
-        {"No such file or directory", 1, 1, 1, 1},
         {"cd: /x/y: Not a directory", 1, 1, 1, 1},
         {"Failure [DELETE_FAILED_INTERNAL_ERROR] package does not exist", 1, 1, 1, 1},
         {"opendir failed, Permission denied", 1, 2, 2, 2},
-        {"mkdir: '/system/x': Permission denied\n", 1, 2, 2, 2},
         {"x: No such file or directory\ny: Permission denied\n", 1, 2, 2, 2},
         {"not found ... Permission denied", 1, 2, 2, 2},
         // Another case is no hit.
@@ -188,15 +130,11 @@ TEST(PackageText, OnePackageLineMatchesTheExpression) {
     };
     const Case cases[] = {
         {"package:com.example\r\n", true},
-        {"package:com.example", true},
         {"package:com.example \t\r\n\n", true},
         {"package:com.example\npackage:com.example.pro\n", false},
         {"package:a b", false},
         {"", false},
-        {"package:", false},
         {"package: com.example", false},
-        {"no colon at all\n", false},
-        {":x", true},
         {"a:b:c", true},
         // [^:]* crosses line ends: a colon-free line before the package line still matches.
         {"warning\npackage:com.example\n", true},
@@ -273,13 +211,6 @@ TEST(StorageText, ConvertSpaceStrToValueWorkedValues) {
         {"1.0e30G", 0},                                   // no count holds it
     };
     for (const auto &c : cases) EXPECT_EQ(ConvertSpaceStrToValue(c.text), c.bytes) << c.text;
-}
-
-TEST(StorageText, DecimalPointDoesNotFollowTheHostLocale) {
-    if (std::setlocale(LC_NUMERIC, "de_DE.UTF-8") == nullptr) GTEST_SKIP() << "no de_DE locale here";
-    const uint64_t bytes = ConvertSpaceStrToValue("1.5G");
-    std::setlocale(LC_NUMERIC, "C");
-    EXPECT_EQ(bytes, 1610612736ull);
 }
 
 TEST(StorageText, FourthWordOfTheWholeDfText) {
