@@ -19,6 +19,9 @@ namespace {
 
 int g_log = -1;    // the event log, opened once (O_APPEND: every record lands whole)
 pid_t g_pid = 0;
+// In the interactive shell, stdout text waits here and goes out with the next prompt in one
+// write, so that a reader never sees an answer without the prompt behind it.
+std::string *g_held_out = nullptr;
 
 void write_all(int fd, std::string_view data) {
     while (!data.empty()) {
@@ -245,7 +248,19 @@ void append_stdin_log(std::string_view bytes) {
     ::close(fd);
 }
 
+void flush_held_out() {
+    if (g_held_out == nullptr) return;
+    write_all(STDOUT_FILENO, *g_held_out);
+    g_held_out->clear();
+}
+
+void write_out(std::string_view text) {
+    if (g_held_out != nullptr) g_held_out->append(text);
+    else write_all(STDOUT_FILENO, text);
+}
+
 [[noreturn]] void finish(int status) {
+    flush_held_out();
     log_record(header("exit") + " " + std::to_string(status) + "\n");
     ::_exit(status);
 }
@@ -255,15 +270,27 @@ void interactive_shell(const Scenario &scenario);
 // Runs the actions in order; `exit` ends the tool at once.
 void perform(const std::vector<Action> &actions, const Scenario &scenario) {
     for (const auto &a : actions) {
-        if (a.verb == "out") write_all(STDOUT_FILENO, a.text);
-        else if (a.verb == "err") write_all(STDERR_FILENO, a.text);
-        else if (a.verb == "exit") finish(static_cast<int>(a.number));
-        else if (a.verb == "sleep") sleep_ms(a.number);
-        else if (a.verb == "fill") fill(a.number, a.number2);
-        else if (a.verb == "linger") linger();
-        else if (a.verb == "fds") log_descriptors();
-        else if (a.verb == "ignore-term") ::signal(SIGTERM, SIG_IGN);
-        else if (a.verb == "shell") interactive_shell(scenario);
+        if (a.verb == "out") {
+            write_out(a.text);
+        } else if (a.verb == "err") {
+            write_all(STDERR_FILENO, a.text);
+        } else if (a.verb == "exit") {
+            finish(static_cast<int>(a.number));
+        } else if (a.verb == "sleep") {
+            flush_held_out();  // a burst, then a pause
+            sleep_ms(a.number);
+        } else if (a.verb == "fill") {
+            flush_held_out();
+            fill(a.number, a.number2);
+        } else if (a.verb == "linger") {
+            linger();
+        } else if (a.verb == "fds") {
+            log_descriptors();
+        } else if (a.verb == "ignore-term") {
+            ::signal(SIGTERM, SIG_IGN);
+        } else if (a.verb == "shell") {
+            interactive_shell(scenario);
+        }
     }
 }
 
@@ -279,7 +306,10 @@ std::string trimmed(std::string_view text) {
 // makes the prompt "# ". Every byte read is logged.
 void interactive_shell(const Scenario &scenario) {
     std::string prompt = scenario.prompt;
-    write_all(STDOUT_FILENO, prompt);
+    std::string held;
+    g_held_out = &held;
+    write_out(prompt);
+    flush_held_out();
     char chunk[4096];
     for (;;) {
         const ssize_t n = ::read(STDIN_FILENO, chunk, sizeof chunk);
@@ -303,7 +333,8 @@ void interactive_shell(const Scenario &scenario) {
             }
             if (rule != nullptr) perform(rule->actions, scenario);
             else if (command == "su") prompt = "# ";
-            write_all(STDOUT_FILENO, prompt);
+            write_out(prompt);
+            flush_held_out();
         }
     }
 }

@@ -26,6 +26,10 @@
 
 extern char **environ;
 
+#ifndef MSG_NOSIGNAL
+#define MSG_NOSIGNAL 0
+#endif
+
 namespace {
 
 using wrenlink::test::adb_text;
@@ -62,7 +66,7 @@ uint16_t free_loopback_port() {
 
 // A connection to the tool's server, or -1 when nothing listens.
 int connect_server(uint16_t port) {
-    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
     const sockaddr_in address = loopback(port);
     if (::connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0) return fd;
     ::close(fd);
