@@ -1,10 +1,7 @@
 // Listing phones with the real adb tool and no phone attached, on a private server port and home
 // folder: once with the tool's server already running, once with it having to start first (its
 // start-up lines then follow the list, as they come on stderr).
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,36 +14,17 @@
 
 #include "Wrenlink/Wrenlink.h"
 #include "doubles/temp_tree.h"
+#include "realadb/loopback_server.h"
 #include "runner/test_support.h"
 
 namespace {
 
 using wrenlink::test::adb_text;
 
-sockaddr_in loopback(uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
-uint16_t free_loopback_port() {
-    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = loopback(0);
-    socklen_t size = sizeof address;
-    ::bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address);
-    ::getsockname(fd, reinterpret_cast<sockaddr *>(&address), &size);
-    ::close(fd);
-    return ntohs(address.sin_port);
-}
-
 bool server_listens(uint16_t port) {
-    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const sockaddr_in address = loopback(port);
-    const bool listens = ::connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
-    ::close(fd);
-    return listens;
+    const int fd = wrenlink::test::connect_server(port);
+    if (fd >= 0) ::close(fd);
+    return fd >= 0;
 }
 
 class RealAdbWithoutPhones : public ::testing::Test {
@@ -55,7 +33,7 @@ protected:
         struct stat info {};
         if (::stat(AndGetAdbFullpath(), &info) != 0) GTEST_SKIP() << "no adb tool at " << AndGetAdbFullpath();
         home_ = std::make_unique<wrenlink::test::TempTree>();
-        port_ = free_loopback_port();
+        port_ = wrenlink::test::free_loopback_port();
         ::setenv("HOME", home_->root().c_str(), 1);
         ::setenv("ANDROID_ADB_SERVER_PORT", std::to_string(port_).c_str(), 1);
     }
