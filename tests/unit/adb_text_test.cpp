@@ -3,7 +3,6 @@
 
 #include <cstring>
 #include <memory>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -123,7 +122,6 @@ TEST(FailureText, VerdictsOfEachFamily) {
 }
 
 TEST(PackageText, OnePackageLineMatchesTheExpression) {
-    const std::regex expression("^[^:]*:(\\S+)\\s*$");
     struct Case {
         std::string text;
         bool one;
@@ -141,10 +139,7 @@ TEST(PackageText, OnePackageLineMatchesTheExpression) {
         {"warning: x\npackage:com.example\n", false},
         {"package:\x80\xff", true},
     };
-    for (const auto &c : cases) {
-        EXPECT_EQ(lists_exactly_one_package(c.text), c.one) << c.text;
-        EXPECT_EQ(std::regex_match(c.text, expression), c.one) << c.text;
-    }
+    for (const auto &c : cases) EXPECT_EQ(lists_exactly_one_package(c.text), c.one) << c.text;
 }
 
 TEST(PackageText, ValueBehindTheFirstKey) {
