@@ -13,7 +13,6 @@ using namespace wrenlink::test;
 
 namespace {
 
-const std::string kSu("su\r\n\0", 5);
 
 std::vector<Argv> root_runs(std::size_t n) { return std::vector<Argv>(n, tool_argv({"shell"})); }
 
@@ -44,13 +43,6 @@ TEST(RootShellFileOperations, SendTheirLinesAndJudgeTheReply) {
         EXPECT_EQ(adb.shell_input(), c.input) << c.name;
         EXPECT_EQ(adb.runs().size(), c.name == std::string("make directory") ? 2u : 1u) << c.name;
     }
-}
-
-TEST(RootShellFileOperations, AskForRootWhenTheShellIsNot) {
-    FakeAdb adb;
-    adb.scenario(R"(on "rm " out "rm: /x: Not a directory\r\n")");
-    EXPECT_EQ(AdbRemoveFile("S1", "/x"), 1);
-    EXPECT_EQ(adb.shell_input(), kSu + "rm  \"/x\"");
 }
 
 TEST(AdbMakeDirectory, OnlyTheChmodLineIsJudged) {
