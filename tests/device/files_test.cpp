@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <regex>
 #include <string>
 
@@ -53,17 +54,33 @@ TEST(AdbMakeDirectory, OnlyTheChmodLineIsJudged) {
     EXPECT_EQ(AdbMakeDirectory("S1", "/n"), 1);
 }
 
-TEST(FileOperations, NullOrOverlongArgumentsRunNothing) {
+// The early exit of every family: a null or overlong argument runs nothing.
+TEST(DeviceOperations, NullOrOverlongArgumentsRunNothing) {
     FakeAdb adb;
-    const std::string path = too_long();
+    const std::string text = too_long();
+    const char *const longer = text.c_str();
+    char out[2048];
     EXPECT_EQ(AdbRenameFile("S1", "/a", nullptr), -1);
     EXPECT_EQ(AdbRemoveFile(nullptr, "/a"), -1);
-    EXPECT_EQ(AdbMakeDirectory("S1", path.c_str()), -1);
-    EXPECT_EQ(AdbPullFile("S1", path.c_str(), "/host/x"), -1);  // no temporary copy is made either
+    EXPECT_EQ(AdbMakeDirectory("S1", longer), -1);
+    EXPECT_EQ(AdbPullFile("S1", longer, "/host/x"), -1);  // no temporary copy is made either
     EXPECT_EQ(AdbPullFile(nullptr, "/a", "/host/x"), -1);
-    EXPECT_EQ(AdbPushFile("S1", "/host/x", path.c_str()), -1);
+    EXPECT_EQ(AdbPushFile("S1", "/host/x", longer), -1);
     EXPECT_EQ(AdbPushFileEx(nullptr, "/a", "/b"), -1);
     EXPECT_EQ(AdbPullFileEx("S1", nullptr, "/b"), -1);
+    EXPECT_EQ(AdbInstallPackage(nullptr, "/a.apk"), -1);
+    EXPECT_EQ(AdbInstallPackage("S1", nullptr), -1);
+    EXPECT_EQ(AdbInstallPackage("S1", longer), -1);
+    EXPECT_EQ(AdbUninstallPackage(nullptr, "com.x"), -1);
+    EXPECT_EQ(AdbGetTopActivity(longer, out), -1);
+    EXPECT_EQ(AdbGetTopActivity(nullptr, out), -1);
+    EXPECT_EQ(AdbStartActivity("S1", longer), -1);
+    EXPECT_EQ(AdbGetPhoneSoftVersion(nullptr, nullptr), -1);
+    EXPECT_EQ(AdbGetPhoneProductModel(nullptr, out), -1);
+    EXPECT_EQ(AdbGetPhoneManufacture("P1", nullptr), -1);
+    std::memset(out, 'z', 32);
+    EXPECT_EQ(AdbGetPhoneProductModel(longer, out), 0);  // as with an empty text
+    EXPECT_EQ(std::string(out, 32), std::string(32, '\0'));
     EXPECT_TRUE(adb.runs().empty());
 }
 

@@ -30,12 +30,6 @@ TEST(PackageInstallation, ArgumentsAndVerdicts) {
         EXPECT_EQ(adb.runs(), (std::vector<Argv>{tool_argv({"-s", "S1", "install", "-r", "/host/my app.apk"}),
                                                  tool_argv({"-s", "S1", "uninstall", "com.example.app"})}));
     }
-    FakeAdb adb;
-    EXPECT_EQ(AdbInstallPackage(nullptr, "/a.apk"), -1);
-    EXPECT_EQ(AdbInstallPackage("S1", nullptr), -1);
-    EXPECT_EQ(AdbUninstallPackage(nullptr, "com.x"), -1);
-    EXPECT_EQ(AdbInstallPackage("S1", too_long().c_str()), -1);
-    EXPECT_TRUE(adb.runs().empty());
 }
 
 TEST(PackageLists, RawTextCutAtTheRunnersLimit) {
