@@ -150,33 +150,19 @@ bool spawn_interactive(ShellChild &child, const PhoneContext &phone) {
     return true;
 }
 
-bool write_all(int fd, std::string_view data) {
-    while (!data.empty()) {
-        const ssize_t n = ::write(fd, data.data(), data.size());
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        data.remove_prefix(static_cast<std::size_t>(n));
-    }
-    return true;
-}
-
-// Server to child: what the host types. Ends when the stream does; if the server closed it, the
-// child is ended too and the output pump is woken.
-void pump_input(Stream &stream, ShellChild &child, int wake) {
+// Server to child: what the host types, until the stream closes.
+void pump_input(Stream &stream, ShellChild &child) {
     bool child_reads = true;
     while (auto chunk = stream.read()) {
-        if (child_reads) child_reads = write_all(child.input.get(), *chunk);
+        if (child_reads) child_reads = write_all_unless_closed(child.input.get(), *chunk, stream.closed_signal());
     }
     child.input.reset();
-    child.kill_group();
-    const char byte = 1;
-    [[maybe_unused]] const ssize_t ignored = ::write(wake, &byte, 1);
 }
 
-// Child to server, until the child's output ends or the input pump wakes us.
-void pump_output(Stream &stream, ShellChild &child, int wake) {
+// Child to server, until the child's output ends or the stream closes.
+void pump_output(Stream &stream, ShellChild &child) {
     std::string buffer(64 * 1024, '\0');
-    pollfd fds[2] = {{child.output.get(), POLLIN, 0}, {wake, POLLIN, 0}};
+    pollfd fds[2] = {{child.output.get(), POLLIN, 0}, {stream.closed_signal(), POLLIN, 0}};
     for (;;) {
         if (::poll(fds, 2, -1) < 0) {
             if (errno == EINTR) continue;
@@ -184,7 +170,7 @@ void pump_output(Stream &stream, ShellChild &child, int wake) {
         }
         if (fds[1].revents != 0) return;
         const ssize_t n = ::read(child.output.get(), buffer.data(), buffer.size());
-        if (n < 0 && errno == EINTR) continue;
+        if (n < 0 && (errno == EINTR || errno == EAGAIN)) continue;
         if (n <= 0) return;   // end of output; EIO on a terminal whose last user has gone
         if (!stream.write(std::string_view(buffer.data(), static_cast<std::size_t>(n)))) return;
     }
@@ -200,19 +186,16 @@ void run_shell(Stream &stream, std::string_view command, const PhoneContext &pho
         stream.refuse();
         return;
     }
-    int wake_fds[2];
-    if (!wrenlink::platform::cloexec_pipe(wake_fds)) {
-        child.kill_group();
-        child.wait_and_reap();
-        stream.refuse();
-        return;
-    }
-    wrenlink::UniqueFd wake_read(wake_fds[0]), wake_write(wake_fds[1]);
+    // The input side must never block: the stream's end has to get through to a child that stops
+    // reading (on a terminal this also makes the shared master non-blocking; the output pump polls).
+    ::fcntl(child.input.get(), F_SETFL, ::fcntl(child.input.get(), F_GETFL) | O_NONBLOCK);
     stream.accept();
 
-    std::thread input([&] { pump_input(stream, child, wake_write.get()); });
-    pump_output(stream, child, wake_read.get());
-    // The output has ended: the command is done, or the server has gone and the child was killed.
+    std::thread input([&] { pump_input(stream, child); });
+    pump_output(stream, child);
+    // The output has ended because the command is done, or the server closed the stream and what
+    // runs in the session is ended with it.
+    if (stream.is_closed()) child.kill_group();
     child.wait_and_reap();
     stream.close();
     input.join();

@@ -1,6 +1,8 @@
 // "tcp:PORT": a connection to a port on the phone, which for this phone is the loopback interface
 // of the machine it runs on. This is what a host's `adb forward tcp:A tcp:B` reaches.
 #include <arpa/inet.h>
+#include <fcntl.h>
+#include <poll.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -65,35 +67,33 @@ void run_tcp_forward(Stream &stream, std::string_view target, const PhoneContext
         stream.refuse();
         return;
     }
+    ::fcntl(socket.get(), F_SETFL, ::fcntl(socket.get(), F_GETFL) | O_NONBLOCK);
     stream.accept();
 
-    // Host to port; when the host side closes, the port's connection is shut, which also ends the
-    // read below.
+    // Host to port, until the stream closes or the port stops taking data.
     std::thread to_port([&] {
         bool open = true;
         while (auto chunk = stream.read()) {
-            std::string_view data = *chunk;
-            while (open && !data.empty()) {
-                const ssize_t n = ::send(socket.get(), data.data(), data.size(), wrenlink::platform::send_flags());
-                if (n < 0 && errno == EINTR) continue;
-                if (n <= 0) {
-                    open = false;
-                    break;
-                }
-                data.remove_prefix(static_cast<std::size_t>(n));
-            }
+            if (open) open = write_all_unless_closed(socket.get(), *chunk, stream.closed_signal());
         }
-        ::shutdown(socket.get(), SHUT_RDWR);
     });
 
+    // Port to host, until either side ends.
     std::string buffer(64 * 1024, '\0');
+    pollfd fds[2] = {{socket.get(), POLLIN, 0}, {stream.closed_signal(), POLLIN, 0}};
     for (;;) {
+        if (::poll(fds, 2, -1) < 0) {
+            if (errno == EINTR) continue;
+            break;
+        }
+        if (fds[1].revents != 0) break;
         const ssize_t n = ::recv(socket.get(), buffer.data(), buffer.size(), 0);
-        if (n < 0 && errno == EINTR) continue;
+        if (n < 0 && (errno == EINTR || errno == EAGAIN)) continue;
         if (n <= 0) break;
         if (!stream.write(std::string_view(buffer.data(), static_cast<std::size_t>(n)))) break;
     }
     stream.close();
+    ::shutdown(socket.get(), SHUT_RDWR);
     to_port.join();
 }
 

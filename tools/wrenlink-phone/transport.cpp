@@ -34,6 +34,21 @@ bool read_exactly(int fd, void *to, std::size_t size) {
 
 // ---- Stream ----------------------------------------------------------------------------------
 
+Stream::Stream(Transport &transport, uint32_t local_id, uint32_t remote_id)
+    : transport_(transport), local_(local_id), remote_(remote_id) {
+    int fds[2];
+    if (wrenlink::platform::cloexec_pipe(fds)) {
+        closed_read_.reset(fds[0]);
+        closed_write_.reset(fds[1]);
+    }
+}
+
+void Stream::signal_closed() noexcept {
+    if (!closed_write_) return;
+    const char byte = 1;
+    [[maybe_unused]] const ssize_t ignored = ::write(closed_write_.get(), &byte, 1);
+}
+
 void Stream::accept() { transport_.send({kOkay, local_, remote_, {}}); }
 
 void Stream::refuse() {
@@ -41,6 +56,7 @@ void Stream::refuse() {
         std::lock_guard lock(mutex_);
         closed_ = true;
     }
+    signal_closed();
     transport_.send({kClose, 0, remote_, {}});
     transport_.forget(local_);
 }
@@ -82,6 +98,7 @@ void Stream::close() {
         if (closed_) return;
         closed_ = true;
         tell_server = !peer_closed_;
+        if (tell_server) signal_closed();
     }
     changed_.notify_all();
     if (tell_server) transport_.send({kClose, local_, remote_, {}});
@@ -91,6 +108,11 @@ void Stream::close() {
 bool Stream::is_closed() const {
     std::lock_guard lock(mutex_);
     return closed_ || peer_closed_;
+}
+
+bool Stream::closed_by_peer() const {
+    std::lock_guard lock(mutex_);
+    return peer_closed_;
 }
 
 bool Stream::deliver(std::string data) {
@@ -115,7 +137,9 @@ void Stream::acknowledge() {
 void Stream::peer_closed() {
     {
         std::lock_guard lock(mutex_);
+        if (peer_closed_) return;
         peer_closed_ = true;
+        if (!closed_) signal_closed();
     }
     changed_.notify_all();
 }

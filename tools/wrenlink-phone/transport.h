@@ -30,8 +30,7 @@ class Transport;
 
 class Stream {
 public:
-    Stream(Transport &transport, uint32_t local_id, uint32_t remote_id) noexcept
-        : transport_(transport), local_(local_id), remote_(remote_id) {}
+    Stream(Transport &transport, uint32_t local_id, uint32_t remote_id);
 
     uint32_t local_id() const noexcept { return local_; }
 
@@ -46,6 +45,10 @@ public:
     std::optional<std::string> read();
     void close();   // idempotent; tells the server unless it closed first
     bool is_closed() const;
+    bool closed_by_peer() const;
+    // A descriptor that turns readable once the stream is closed by either side, for services that
+    // wait on descriptors of their own (a child's pipes, a socket) with poll().
+    int closed_signal() const noexcept { return closed_read_.get(); }
 
     // For the transport's reader.
     bool deliver(std::string data);   // false when the server ignores flow control
@@ -53,6 +56,8 @@ public:
     void peer_closed();
 
 private:
+    void signal_closed() noexcept;
+
     Transport &transport_;
     const uint32_t local_;
     const uint32_t remote_;
@@ -62,6 +67,8 @@ private:
     bool awaiting_okay_ = false;
     bool peer_closed_ = false;
     bool closed_ = false;
+    wrenlink::UniqueFd closed_read_;
+    wrenlink::UniqueFd closed_write_;
 };
 
 class Transport {
