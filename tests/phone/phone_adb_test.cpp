@@ -75,7 +75,7 @@ TEST_F(PhoneAdbTest, ShellAnswersFromTheProfileAndStaysInTheSandbox) {
 }
 
 TEST_F(PhoneAdbTest, InteractiveShellPromptsAndSuTurnsItIntoARootShell) {
-    ASSERT_NO_FATAL_FAILURE(start_phones({kAlphaProfile, kBetaProfile}));
+    ASSERT_NO_FATAL_FAILURE(start_phones({kAlphaProfile, kBetaProfile, kGammaProfile}));
     const RunResult alpha = adb(0, {"shell"}, "id\nsu\nid\nexit\nexit\n");
     EXPECT_EQ(alpha.status, 0) << alpha.output;
     const auto shell_id = alpha.output.find("uid=2000(shell)");
@@ -91,6 +91,15 @@ TEST_F(PhoneAdbTest, InteractiveShellPromptsAndSuTurnsItIntoARootShell) {
     EXPECT_TRUE(holds(beta.output, "su: not found")) << beta.output;
     EXPECT_FALSE(holds(beta.output, "uid=0(root)")) << beta.output;
     EXPECT_FALSE(holds(beta.output, "# ")) << beta.output;
+
+    // A daemon running as root: the shell is root's from its first prompt on, and so are pushes.
+    const RunResult gamma = adb(2, {"shell"}, "id\nexit\n");
+    EXPECT_TRUE(gamma.output.starts_with("# ") || gamma.output.find("# ") < gamma.output.find("uid=0(root)"))
+        << gamma.output;
+    EXPECT_FALSE(holds(gamma.output, "$ ")) << gamma.output;
+    EXPECT_TRUE(holds(gamma.output, "uid=0(root)")) << gamma.output;
+    write_file(dir_ / "tool", "x");
+    EXPECT_EQ(adb(2, {"push", dir_ / "tool", "/system/bin/tool"}).status, 0);
 }
 
 TEST_F(PhoneAdbTest, PushAndPullCarryExactBytes) {

@@ -36,6 +36,13 @@ ro.build.version.release=7.1.2
 phone.su=no
 )";
 
+// A development phone whose debug daemon runs as root.
+inline constexpr const char *kGammaProfile = R"(ro.product.name=gammaprod
+ro.product.model=Gamma Dev
+ro.product.device=gammadev
+phone.adb_root=yes
+)";
+
 class PhoneAdbTest : public ::testing::Test {
 protected:
     void SetUp() override {

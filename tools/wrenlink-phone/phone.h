@@ -28,6 +28,10 @@ struct PhoneContext {
     // sync and install paths that every phone has.
     std::string banner() const;
 
+    // Whether the phone's debug daemon runs as root (phone.adb_root=yes, as on a development build
+    // after `adb root`): its shell and its file transfers then have root's rights from the start.
+    bool adbd_is_root() const { return profile.setting("adb_root", "no") == "yes"; }
+
     // "NAME=value" entries for the phone's shell, root or not.
     std::vector<std::string> shell_environment(bool as_root) const;
 };

@@ -81,7 +81,7 @@ bool spawn_raw(ShellChild &child, std::string_view command, const PhoneContext &
     wrenlink::UniqueFd in_read(in[0]), in_write(in[1]);
     if (!wrenlink::platform::cloexec_pipe(out)) return false;
     wrenlink::UniqueFd out_read(out[0]), out_write(out[1]);
-    const ExecPlan plan({"sh", "-c", std::string(command)}, phone.shell_environment(false));
+    const ExecPlan plan({"sh", "-c", std::string(command)}, phone.shell_environment(phone.adbd_is_root()));
     const std::string dir = phone.sandbox.root();
     struct sigaction default_action {};
     default_action.sa_handler = SIG_DFL;
@@ -120,7 +120,7 @@ bool spawn_interactive(ShellChild &child, const PhoneContext &phone) {
     }
     const winsize size{24, 80, 0, 0};
     ::ioctl(master.get(), TIOCSWINSZ, &size);
-    const ExecPlan plan({"sh", "-i"}, phone.shell_environment(false));
+    const ExecPlan plan({"sh", "-i"}, phone.shell_environment(phone.adbd_is_root()));
     const std::string dir = phone.sandbox.root();
     struct sigaction default_action {};
     default_action.sa_handler = SIG_DFL;

@@ -116,7 +116,7 @@ public:
 private:
     // What the shell user sees of a path: nothing below a private place.
     bool lstat_as_shell(const std::string &phone_path, struct stat &st) const {
-        if (!phone_.sandbox.may_read(phone_path, false)) return false;
+        if (!phone_.sandbox.may_read(phone_path, phone_.adbd_is_root())) return false;
         return ::lstat(phone_.sandbox.host_path(phone_path).c_str(), &st) == 0;
     }
 
@@ -134,7 +134,7 @@ private:
     bool list(const std::string &path) {
         const std::string phone_path = resolve_phone_path(path);
         std::string out;
-        if (phone_.sandbox.may_read(phone_path, false)) {
+        if (phone_.sandbox.may_read(phone_path, phone_.adbd_is_root())) {
             const std::string host = phone_.sandbox.host_path(phone_path);
             if (DIR *dir = ::opendir(host.c_str())) {
                 while (const dirent *entry = ::readdir(dir)) {
@@ -176,7 +176,7 @@ private:
         wrenlink::UniqueFd file;
         if (S_ISLNK(mode)) {
             failure = "symbolic links are not supported";
-        } else if (!phone_.sandbox.may_write(path, false)) {
+        } else if (!phone_.sandbox.may_write(path, phone_.adbd_is_root())) {
             failure = errno_text("couldn't create file", EACCES);
         } else {
             const std::string host = phone_.sandbox.host_path(path);
@@ -212,7 +212,7 @@ private:
     // RECV: the file in DATA records of at most 64 KiB, several to a transport message, then DONE.
     bool send_file(const std::string &spec) {
         const std::string path = resolve_phone_path(spec);
-        if (!phone_.sandbox.may_read(path, false)) return send_fail(stream_, errno_text("open failed", EACCES));
+        if (!phone_.sandbox.may_read(path, phone_.adbd_is_root())) return send_fail(stream_, errno_text("open failed", EACCES));
         wrenlink::UniqueFd file(::open(phone_.sandbox.host_path(path).c_str(), O_RDONLY | O_CLOEXEC));
         if (!file) return send_fail(stream_, errno_text("open failed", errno));
         std::string out;
