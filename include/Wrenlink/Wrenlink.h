@@ -164,11 +164,17 @@ typedef void (*NDDProgressCallback)(int64_t done, int64_t total, uint64_t userVa
 /* Starts a scan and runs its event loop on the calling thread until the agent closes the event
  * connection (127.0.0.1:10244). `unused` is not read and may be NULL. Returns the agent's refusal,
  * a transfer error or AgentBadMagic before the loop; 0 once the loop has run. The outcome of the
- * scan reaches the callbacks only. */
+ * scan reaches the callbacks only: a stream that ends before the scan finished (no code event, and
+ * no progress with done >= total), or an event connection that cannot be opened, gives onCode(22).
+ * A found item longer than 2048 bytes arrives as its first 2048, a code payload longer than 4
+ * bytes as its first 4. NULL callbacks are skipped. The event connection is closed when the loop
+ * ends. */
 WRENLINK_API AgentStatus NDDStartScan(NetConnection *conn, const char *unused, NDDFoundItemCallback onFoundItem,
                                       NDDCodeCallback onCode, NDDProgressCallback onProgress, uint64_t userValue);
 /* Control requests on the control connection; callable from another thread or from a callback
- * while NDDStartScan runs. Each returns the agent's status. */
+ * while NDDStartScan runs, but never two at once on one connection (nothing here locks). Each
+ * returns the agent's status. A failed send or reply receive is stored and returned by every later
+ * scan and media operation on the connection. A NULL connection or text gives EINVAL. */
 WRENLINK_API AgentStatus NDDStopScan(NetConnection *conn);
 WRENLINK_API AgentStatus NDDPauseScan(NetConnection *conn);
 WRENLINK_API AgentStatus NDDResumeScan(NetConnection *conn);
@@ -179,8 +185,10 @@ WRENLINK_API AgentStatus NDDEraseFile(NetConnection *conn, const char *path);
 /* ------------------------------------------------------------------------------------------ */
 
 /* List operations hang the items on head->next (only when the list is not empty; the head's other
- * fields are never written) and store their number in *count. On any failure neither is touched.
- * The caller owns every record and text: free each with WrenlinkFree. */
+ * fields are never written) and store their number in *count. On any failure neither is touched:
+ * a payload that does not end exactly on an item gives AgentShortPayload, a failed allocation
+ * ENOMEM. The caller owns every record and text: free each with WrenlinkFree. No media operation
+ * locks or stores an error of its own; a NULL argument gives EINVAL. */
 WRENLINK_API AgentStatus NMCListImages(NetConnection *conn, __MediaBean *head, uint32_t *count);
 WRENLINK_API AgentStatus NMCListMusics(NetConnection *conn, __MediaBean *head, uint32_t *count);
 WRENLINK_API AgentStatus NMCListVideo(NetConnection *conn, __MediaBean *head, uint32_t *count);
@@ -196,13 +204,21 @@ WRENLINK_API AgentStatus NMCDelIVideo(NetConnection *conn, const char *text);
 /* Remote files and paths                                                                       */
 /* ------------------------------------------------------------------------------------------ */
 
-/* One open file on the phone; opaque. Made by NFCFileRefOpen, released by NFCFileRefClose. */
+/* One open file on the phone; opaque. Made by NFCFileRefOpen, released by NFCFileRefClose.
+ *
+ * Each operation is one exchange under the connection's lock, so threads may share a connection
+ * (a handle belongs to one thread at a time). A failed transfer, a bad magic, a short payload or a
+ * bad CRC is stored and returned by every later file or path operation on the connection, except
+ * after NFCFileRefOpen, which stores nothing. A failed exchange never returns 0 (a closed stream
+ * gives ECONNRESET). A reply payload that cannot be allocated is read and dropped: ENOMEM. A NULL
+ * handle, text or out-parameter gives EINVAL with nothing sent. */
 typedef struct NFCFileRef NFCFileRef;
 
 /* Opens `path` with an fopen-style `mode`. Stores a new handle (position 0) in *ref, or NULL. */
 WRENLINK_API AgentStatus NFCFileRefOpen(NetConnection *conn, const char *path, const char *mode, NFCFileRef **ref);
 /* *length in: the count asked for and the capacity of `buffer`; out: the count received.
- * On failure buffer, *length and the position are untouched. */
+ * On failure buffer, *length and the position are untouched; a reply larger than the count asked
+ * for gives EMSGSIZE. */
 WRENLINK_API AgentStatus NFCFileRefRead(NetConnection *conn, NFCFileRef *ref, void *buffer, int32_t *length);
 /* Writes `length` bytes at the handle's position; on success the position moves by `length`. */
 WRENLINK_API AgentStatus NFCFileRefWrite(NetConnection *conn, NFCFileRef *ref, const void *data, int32_t length);

@@ -80,6 +80,10 @@ void close_socket(NetConnection *conn) noexcept {
 }  // namespace
 
 namespace wrenlink {
+NetConnection *open_private_connection(const char *address, uint32_t port) noexcept {
+    return guarded<NetConnection *>(nullptr, [&] { return open_connection(address, port).release(); });
+}
+
 void destroy_private_connection(NetConnection *conn) noexcept {
     if (conn == nullptr) return;
     close_socket(conn);

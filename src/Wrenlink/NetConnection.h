@@ -17,8 +17,13 @@ struct NetConnection {
 
 namespace wrenlink {
 
-// Closes and frees a record that the library itself opened and that no caller ever saw (the event
-// connection of a scan). Records handed to callers are never freed.
+// A connection that the library opens for itself and that no caller ever sees (the event
+// connection of a scan): made like NetConnectionOpen's, but not kept for the life of the process.
+// Null on failure. Give it back with destroy_private_connection.
+NetConnection *open_private_connection(const char *address, uint32_t port) noexcept;
+
+// Closes and frees a record made by open_private_connection. Records handed to callers are never
+// freed.
 void destroy_private_connection(NetConnection *conn) noexcept;
 
 }  // namespace wrenlink

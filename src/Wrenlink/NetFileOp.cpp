@@ -1,0 +1,184 @@
+// Remote files and paths: a file on the phone opened by path, read and written at a position the
+// handle keeps, moved, asked for its position and closed; and paths deleted, made and tested.
+// Each operation is one exchange (file_exchange.h), the seek two. A null pointer where a handle,
+// text or out-parameter is needed gives EINVAL with nothing sent.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "Wrenlink/file_exchange.h"
+#include "Wrenlink/packets.h"
+
+namespace {
+
+using namespace wrenlink;
+using namespace wrenlink::nfc;
+using wire::PacketHeader;
+
+// Printed when the first send of a write comes back short ("the buffer can't hold it").
+constexpr const char *kWriteShortLine = "\xe7\xbc\x93\xe5\x86\xb2\xe5\x8c\xba\xe6\x94\xbe\xe4\xb8\x8d\xe4\xb8\x8b\xe5\x95\xa6";
+
+AgentStatus open_file(NetConnection *conn, const char *path, const char *mode, NFCFileRef **ref) {
+    if (conn == nullptr || ref == nullptr) return EINVAL;
+    *ref = nullptr;
+    if (path == nullptr || mode == nullptr) return EINVAL;
+    if (const AgentStatus stuck = gate(conn)) return stuck;
+    const std::string packet = make_file_open_packet(path, mode);
+    // A failed open leaves the connection usable: the next open sends its request again.
+    return exchange(conn, Sticky::No, [&]() -> Exit {
+        PacketHeader h;
+        agent::Payload payload;
+        if (Step s = request(conn, packet, h)) return *s;
+        if (h.status != 0) return answered(h.status);  // a refusal carries no payload
+        if (Step s = receive_payload(conn, h, payload, Crc::Verified)) return *s;
+        if (payload.size < 4) return out_of_step(AgentShortPayload);  // never stored by an open
+        auto *handle = static_cast<NFCFileRef *>(std::malloc(sizeof(NFCFileRef)));
+        if (handle == nullptr) return answered(ENOMEM);
+        *handle = NFCFileRef{wire::load_u32(payload.data()), 0};
+        *ref = handle;
+        return answered(0);
+    });
+}
+
+AgentStatus read_file(NetConnection *conn, NFCFileRef *ref, void *buffer, int32_t *length) {
+    if (conn == nullptr || ref == nullptr || length == nullptr || (buffer == nullptr && *length > 0)) return EINVAL;
+    if (const AgentStatus stuck = gate(conn)) return stuck;
+    const int32_t asked = *length;
+    const std::string packet = make_file_read_packet(ref->remoteId, ref->position, asked);
+    return exchange(conn, Sticky::Yes, [&]() -> Exit {
+        PacketHeader h;
+        agent::Payload payload;
+        if (Step s = request(conn, packet, h)) return *s;
+        // The payload is consumed whatever the status, so the stream stays in step.
+        if (Step s = receive_payload(conn, h, payload, Crc::Ignored)) return *s;
+        if (h.status != 0) return answered(h.status);
+        // More than asked would overrun `buffer`: refused, with the reply consumed.
+        if (payload.size > static_cast<uint32_t>(asked < 0 ? 0 : asked)) return answered(EMSGSIZE);
+        if (payload.size > 0) std::memcpy(buffer, payload.data(), payload.size);
+        *length = static_cast<int32_t>(payload.size);
+        ref->position += static_cast<int64_t>(payload.size);
+        return answered(0);
+    });
+}
+
+AgentStatus write_file(NetConnection *conn, NFCFileRef *ref, const void *data, int32_t length) {
+    if (conn == nullptr || ref == nullptr || (data == nullptr && length > 0)) return EINVAL;
+    if (const AgentStatus stuck = gate(conn)) return stuck;
+    const std::string packet = make_file_write_packet(ref->remoteId, ref->position, length);
+    const AgentStatus result = exchange(conn, Sticky::Yes, [&]() -> Exit {
+        // Header and block first, then the data straight from the caller's memory, under one lock.
+        const int32_t sent = NetConnectionSend(conn, packet.data(), static_cast<int32_t>(packet.size()), 0);
+        if (sent != static_cast<int32_t>(packet.size())) std::puts(kWriteShortLine);
+        if (sent < 0) return transfer_failed();
+        if (Step s = send_request(conn, data, length)) return *s;
+        PacketHeader h;
+        if (!agent::receive_header(conn, h)) return transfer_failed(AgentShortPayload);
+        if (h.magic != wire::kMagic) return out_of_step(AgentBadMagic);
+        return answered(h.status);
+    });
+    // The reply carries no count: what was asked is taken as written.
+    if (result == 0) ref->position += length;
+    return result;
+}
+
+AgentStatus tell_file(NetConnection *conn, NFCFileRef *ref, int64_t *agentPosition) {
+    if (conn == nullptr || ref == nullptr || agentPosition == nullptr) return EINVAL;
+    if (const AgentStatus stuck = gate(conn)) return stuck;
+    const std::string packet = make_file_tell_packet(ref->remoteId);
+    return exchange(conn, Sticky::Yes, [&]() -> Exit {
+        PacketHeader h;
+        agent::Payload payload;
+        if (Step s = request(conn, packet, h)) return *s;
+        if (Step s = receive_payload(conn, h, payload, Crc::Verified)) return *s;
+        if (h.status != 0) return answered(h.status);
+        if (payload.size < 8) return out_of_step(AgentShortPayload);
+        *agentPosition = static_cast<int64_t>(wire::load_u64(payload.data()));
+        return answered(0);
+    });
+}
+
+AgentStatus seek_file(NetConnection *conn, NFCFileRef *ref, int64_t offset, int32_t whence) {
+    if (conn == nullptr || ref == nullptr) return EINVAL;
+    if (const AgentStatus stuck = gate(conn)) return stuck;
+    const std::string packet = make_file_seek_packet(ref->remoteId, offset, whence);
+    const AgentStatus result = exchange(conn, Sticky::Yes, [&]() -> Exit {
+        PacketHeader h;
+        agent::Payload payload;
+        if (Step s = request(conn, packet, h)) return *s;
+        if (Step s = receive_payload(conn, h, payload, Crc::Verified)) return *s;
+        return answered(h.status);
+    });
+    if (result != 0) return result;
+    // The lock is free again; a tell, which takes it anew, tells where the move landed. Should
+    // it fail, the offset stands: the library knows nothing of whence.
+    int64_t position = offset;
+    (void)tell_file(conn, ref, &position);
+    ref->position = position;
+    return 0;
+}
+
+AgentStatus close_file(NetConnection *conn, NFCFileRef *ref) {
+    if (conn == nullptr || ref == nullptr) return EINVAL;
+    if (const AgentStatus stuck = gate(conn)) return stuck;
+    const std::string packet = make_file_close_packet(ref->remoteId);
+    std::free(ref);  // gone from here on, whatever the agent answers
+    return exchange(conn, Sticky::Yes, [&]() -> Exit {
+        PacketHeader h;
+        if (Step s = request(conn, packet, h)) return *s;
+        return answered(h.status);
+    });
+}
+
+// Delete, mkdir and access: a path out, a bare header back.
+AgentStatus path_request(NetConnection *conn, std::string (*make)(const char *), const char *path) {
+    if (conn == nullptr || path == nullptr) return EINVAL;
+    if (const AgentStatus stuck = gate(conn)) return stuck;
+    const std::string packet = make(path);
+    return exchange(conn, Sticky::Yes, [&]() -> Exit {
+        PacketHeader h;
+        if (Step s = request(conn, packet, h)) return *s;
+        return answered(h.status);
+    });
+}
+
+}  // namespace
+
+extern "C" {
+
+AgentStatus NFCFileRefOpen(NetConnection *conn, const char *path, const char *mode, NFCFileRef **ref) {
+    return agent::guarded_status([&] { return open_file(conn, path, mode, ref); });
+}
+
+AgentStatus NFCFileRefRead(NetConnection *conn, NFCFileRef *ref, void *buffer, int32_t *length) {
+    return agent::guarded_status([&] { return read_file(conn, ref, buffer, length); });
+}
+
+AgentStatus NFCFileRefWrite(NetConnection *conn, NFCFileRef *ref, const void *data, int32_t length) {
+    return agent::guarded_status([&] { return write_file(conn, ref, data, length); });
+}
+
+AgentStatus NFCFileRefTell(NetConnection *conn, NFCFileRef *ref, int64_t *agentPosition) {
+    return agent::guarded_status([&] { return tell_file(conn, ref, agentPosition); });
+}
+
+AgentStatus NFCFileRefSeek(NetConnection *conn, NFCFileRef *ref, int64_t offset, int32_t whence) {
+    return agent::guarded_status([&] { return seek_file(conn, ref, offset, whence); });
+}
+
+AgentStatus NFCFileRefClose(NetConnection *conn, NFCFileRef *ref) {
+    return agent::guarded_status([&] { return close_file(conn, ref); });
+}
+
+AgentStatus NFCFileRefDelete(NetConnection *conn, const char *path) {
+    return agent::guarded_status([&] { return path_request(conn, make_file_delete_packet, path); });
+}
+
+AgentStatus NFCFileRefMkDir(NetConnection *conn, const char *path) {
+    return agent::guarded_status([&] { return path_request(conn, make_file_mkdir_packet, path); });
+}
+
+AgentStatus NFCFileRefAccess(NetConnection *conn, const char *path) {
+    return agent::guarded_status([&] { return path_request(conn, make_file_acc_packet, path); });
+}
+
+}  // extern "C"

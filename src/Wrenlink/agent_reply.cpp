@@ -1,0 +1,53 @@
+#include "Wrenlink/agent_reply.h"
+
+#include <algorithm>
+#include <climits>
+
+namespace wrenlink::agent {
+
+bool receive_header(NetConnection *conn, wire::PacketHeader &header) noexcept {
+    unsigned char raw[wire::kHeaderSize] = {};
+    if (NetConnectionRecv(conn, raw, sizeof raw, 0) != static_cast<int32_t>(sizeof raw)) return false;
+    header = wire::decode_header(raw);
+    return true;
+}
+
+bool drop_bytes(NetConnection *conn, uint64_t length) noexcept {
+    unsigned char piece[16 * 1024];
+    while (length > 0) {
+        const auto n = static_cast<int32_t>(std::min<uint64_t>(length, sizeof piece));
+        if (NetConnectionRecv(conn, piece, n, 0) != n) return false;
+        length -= static_cast<uint64_t>(n);
+    }
+    return true;
+}
+
+AgentStatus receive_payload(NetConnection *conn, uint32_t length, Payload &out) noexcept {
+    out = Payload{};
+    if (length == 0) return 0;
+    if (length > static_cast<uint32_t>(INT32_MAX)) return AgentShortPayload;
+    out.bytes.reset(static_cast<unsigned char *>(std::malloc(length)));
+    if (!out.bytes) return drop_bytes(conn, length) ? ENOMEM : AgentShortPayload;
+    if (NetConnectionRecv(conn, out.bytes.get(), static_cast<int32_t>(length), 0) != static_cast<int32_t>(length)) {
+        out = Payload{};
+        return AgentShortPayload;
+    }
+    out.size = length;
+    return 0;
+}
+
+AgentStatus control_request(NetConnection *conn, const std::string &packet, wire::PacketHeader &reply,
+                            SendErrorRule rule) noexcept {
+    if (conn->sendError != 0) return static_cast<AgentStatus>(conn->sendError);
+    auto failed = [&] {
+        const int err = failure_errno();
+        if (rule == SendErrorRule::Stored) conn->sendError = err;
+        return static_cast<AgentStatus>(err);
+    };
+    if (NetConnectionSend(conn, packet.data(), static_cast<int32_t>(packet.size()), 0) < 0) return failed();
+    if (!receive_header(conn, reply)) return failed();
+    if (reply.magic != wire::kMagic) return AgentBadMagic;
+    return 0;
+}
+
+}  // namespace wrenlink::agent

@@ -1,0 +1,49 @@
+#include "Wrenlink/event_stream.h"
+
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+namespace wrenlink {
+
+EventStream::EventStream(int fd) noexcept : fd_(fd), buffer_(new (std::nothrow) unsigned char[kCapacity]) {}
+
+bool EventStream::refill() noexcept {
+    if (ended_) return false;
+    const ssize_t n = ::recv(fd_, buffer_.get(), kCapacity, 0);
+    if (n <= 0) {
+        ended_ = true;
+        return false;
+    }
+    begin_ = 0;
+    end_ = static_cast<std::size_t>(n);
+    return true;
+}
+
+bool EventStream::read(void *to, std::size_t n) noexcept {
+    auto *out = static_cast<unsigned char *>(to);
+    while (n > 0) {
+        if (buffered() == 0 && !refill()) return false;
+        const std::size_t k = std::min(n, buffered());
+        std::memcpy(out, buffer_.get() + begin_, k);
+        begin_ += k;
+        out += k;
+        n -= k;
+    }
+    return true;
+}
+
+bool EventStream::read_prefix(void *to, std::size_t keep, uint64_t length) noexcept {
+    if (!read(to, keep)) return false;
+    for (uint64_t rest = length - keep; rest > 0;) {
+        if (buffered() == 0 && !refill()) return false;
+        const std::size_t k = static_cast<std::size_t>(std::min<uint64_t>(rest, buffered()));
+        begin_ += k;
+        rest -= k;
+    }
+    return true;
+}
+
+}  // namespace wrenlink

@@ -1,0 +1,77 @@
+// The one exchange of the remote file and path operations: gate on fileError, the connection's
+// lock around one request and its whole reply, and the rule of which exits stop the family.
+//
+// Sticky exits are those after which the stream is out of step or broken: a failed send or short
+// header (errno is stored), a bad magic, a short payload, a bad CRC (the returned code is stored).
+// A refusal, and the local failures that consume the whole reply (ENOMEM, EMSGSIZE), leave the
+// connection usable. NFCFileRefOpen never stores anything.
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "Wrenlink/agent_reply.h"
+
+// The handle behind the opaque NFCFileRef. Callers never look inside.
+struct NFCFileRef {
+    uint32_t remoteId;
+    int64_t position;
+};
+
+namespace wrenlink::nfc {
+
+// How an exchange ended: the result to return, and the value that goes to fileError (0: none).
+struct Exit {
+    AgentStatus result;
+    int sticky;
+};
+
+// The reply was read as far as the operation needs: the stream is in step.
+inline Exit answered(AgentStatus result) { return {result, 0}; }
+// A bad magic, short payload or bad CRC: the rest of the reply is lost in the stream.
+inline Exit out_of_step(AgentStatus code) { return {code, static_cast<int>(code)}; }
+// A send or the header receive failed; `result` is errno unless the operation says otherwise.
+inline Exit transfer_failed(AgentStatus result) { return {result, agent::failure_errno()}; }
+inline Exit transfer_failed() {
+    const int err = agent::failure_errno();
+    return {static_cast<AgentStatus>(err), err};
+}
+
+// A step of an exchange: nothing while it goes on, or the exit it ended with.
+using Step = std::optional<Exit>;
+
+enum class Sticky { Yes, No };
+
+// fileError, read without the lock: written only under it, read atomically so that a gate check
+// never races with another thread's failing exchange.
+inline AgentStatus gate(const NetConnection *conn) noexcept {
+    return static_cast<AgentStatus>(__atomic_load_n(&conn->fileError, __ATOMIC_RELAXED));
+}
+
+// Runs `body` (which returns an Exit) under the connection's lock, stores its sticky value in
+// fileError when the operation's rule says so, and releases the lock on every exit.
+template <class Body>
+AgentStatus exchange(NetConnection *conn, Sticky sticky, Body &&body) {
+    std::lock_guard lock(conn->mutex);
+    const Exit exit = body();
+    if (sticky == Sticky::Yes && exit.sticky != 0) __atomic_store_n(&conn->fileError, exit.sticky, __ATOMIC_RELAXED);
+    return exit.result;
+}
+
+// Sends the whole request; a negative result ends the exchange.
+Step send_request(NetConnection *conn, const void *bytes, int32_t size);
+inline Step send_request(NetConnection *conn, const std::string &packet) {
+    return send_request(conn, packet.data(), static_cast<int32_t>(packet.size()));
+}
+// The reply header, whole and with the right magic.
+Step receive_reply_header(NetConnection *conn, wire::PacketHeader &header);
+// Send, then the reply header.
+Step request(NetConnection *conn, const std::string &packet, wire::PacketHeader &header);
+
+enum class Crc { Ignored, Verified };
+// The `length` payload bytes of the reply, in one block, optionally checked against `crc`.
+Step receive_payload(NetConnection *conn, const wire::PacketHeader &header, agent::Payload &payload, Crc crc);
+
+}  // namespace wrenlink::nfc

@@ -1,0 +1,230 @@
+// The reference agent's scan, read event by event on a raw event connection.
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <map>
+#include <set>
+
+#include "Wrenlink/packets.h"
+#include "agent/harness.h"
+
+namespace wrenlink::test {
+namespace {
+
+using wire::load_u32;
+using wire::load_u64;
+
+struct Stream {
+    std::vector<std::string> items;                 // found-item texts
+    std::vector<std::pair<int64_t, int64_t>> progress;
+    std::vector<uint32_t> codes;
+    bool closed = false;
+};
+
+// Reads events until the agent closes the connection.
+void read_events(NetConnection *events, Stream &s, std::size_t max_items = SIZE_MAX) {
+    while (s.items.size() < max_items) {
+        const AgentReply e = receive_packet(events);
+        if (!e.complete) {
+            s.closed = true;
+            return;
+        }
+        ASSERT_EQ(e.header.magic, wire::kMagic);
+        switch (e.header.opcode) {
+            case wire::op::kEventFoundItem:
+                ASSERT_FALSE(e.payload.empty());
+                ASSERT_EQ(e.payload.back(), '\0') << "a found item is a NUL-terminated text";
+                ASSERT_LE(e.payload.size(), 2048u);
+                s.items.push_back(e.payload.substr(0, e.payload.size() - 1));
+                break;
+            case wire::op::kEventProgress:
+                ASSERT_EQ(e.payload.size(), 16u);
+                s.progress.emplace_back(static_cast<int64_t>(load_u64(e.payload.data())),
+                                        static_cast<int64_t>(load_u64(e.payload.data() + 8)));
+                break;
+            case wire::op::kEventCode:
+                ASSERT_EQ(e.payload.size(), 4u);
+                s.codes.push_back(load_u32(e.payload.data()));
+                break;
+            default:
+                FAIL() << "unexpected event " << e.header.opcode;
+        }
+    }
+}
+
+std::string path_of(const std::string &item) { return item.substr(item.rfind('\t') + 1); }
+
+// Bytes that arrive within the time given, without blocking beyond it.
+std::size_t bytes_arriving(NetConnection *c, int ms) {
+    std::size_t total = 0;
+    char buf[65536];
+    for (;;) {
+        pollfd p{c->sock, POLLIN, 0};
+        if (::poll(&p, 1, ms) <= 0) return total;
+        const ssize_t n = ::recv(c->sock, buf, sizeof buf, MSG_PEEK | MSG_DONTWAIT);
+        if (n <= 0) return total;
+        if (static_cast<std::size_t>(n) == total) return total;  // nothing new since the last look
+        total = static_cast<std::size_t>(n);
+    }
+}
+
+class AgentScan : public ::testing::Test {
+protected:
+    void start(InProcessAgent &agent) {
+        control = agent.connect();
+        ASSERT_NE(control, nullptr);
+        ASSERT_EQ(roundtrip(control, make_start_scan_packet(nullptr)).header.status, 0u);
+        events = NetConnectionOpen("127.0.0.1", wire::kEventPort);
+        ASSERT_NE(events, nullptr) << "the event port must be ready once the start is answered";
+        const char greeting[4] = {};
+        ASSERT_EQ(NetConnectionSend(events, greeting, 4, 0), 4);
+    }
+    void TearDown() override {
+        NetConnectionClose(events);
+        NetConnectionClose(control);
+    }
+
+    TempTree tree;
+    NetConnection *control = nullptr;
+    NetConnection *events = nullptr;
+};
+
+TEST_F(AgentScan, StreamsEveryRegularFileOnceWithProgressToTheTotalAndCodeZero) {
+    std::set<std::string> expected;
+    for (int d = 0; d < 10; ++d)
+        for (int f = 0; f < 30; ++f) {
+            const std::string rel = "d" + std::to_string(d) + "/sub/f" + std::to_string(f) + ".jpg";
+            tree.write(rel, std::string(static_cast<std::size_t>(f), 'x'));
+            expected.insert("/" + rel);
+        }
+    std::filesystem::create_directories(tree.host("empty/dir"));
+    std::filesystem::create_symlink(tree.host("d0"), tree.host("loop"));  // links are not followed
+    InProcessAgent agent(tree.root());
+    start(agent);
+    Stream s;
+    read_events(events, s);
+
+    std::multiset<std::string> found;
+    for (const auto &item : s.items) found.insert(path_of(item));
+    EXPECT_EQ(found.size(), expected.size());
+    EXPECT_EQ(std::set<std::string>(found.begin(), found.end()), expected);
+    ASSERT_FALSE(s.progress.empty());
+    for (std::size_t i = 1; i < s.progress.size(); ++i) EXPECT_GT(s.progress[i].first, s.progress[i - 1].first);
+    EXPECT_EQ(s.progress.back(), (std::pair<int64_t, int64_t>(300, 300)));
+    EXPECT_EQ(s.codes, std::vector<uint32_t>{0});
+    EXPECT_TRUE(s.closed);
+
+    // "<size>\t<mtime>\t<MIME type>\t<path>"
+    const std::string &item = s.items.front();
+    EXPECT_EQ(path_of(item), "/d0/sub/f0.jpg");
+    EXPECT_EQ(item.substr(0, 2), "0\t");
+    EXPECT_NE(item.find("\timage/jpeg\t"), std::string::npos);
+
+    // The event port is closed again, and a new scan may start.
+    EXPECT_EQ(NetConnectionOpen("127.0.0.1", wire::kEventPort), nullptr);
+    EXPECT_EQ(roundtrip(control, make_start_scan_packet(nullptr)).header.status, 0u);
+    NetConnection *again = NetConnectionOpen("127.0.0.1", wire::kEventPort);
+    ASSERT_NE(again, nullptr);
+    ASSERT_EQ(NetConnectionSend(again, "\0\0\0\0", 4, 0), 4);
+    Stream second;
+    read_events(again, second);
+    EXPECT_EQ(second.items.size(), expected.size());
+    NetConnectionClose(again);
+}
+
+TEST_F(AgentScan, AnEmptyTreeEndsWithProgressZeroOfZeroAndCodeZero) {
+    InProcessAgent agent(tree.root());
+    start(agent);
+    Stream s;
+    read_events(events, s);
+    EXPECT_TRUE(s.items.empty());
+    EXPECT_EQ(s.progress, (std::vector<std::pair<int64_t, int64_t>>{{0, 0}}));
+    EXPECT_EQ(s.codes, std::vector<uint32_t>{0});
+}
+
+class PacedScan : public AgentScan {
+protected:
+    void SetUp() override {
+        for (int f = 0; f < 200; ++f) tree.write("DCIM/f" + std::to_string(1000 + f) + ".jpg", "x");
+    }
+    agent::ScanOptions paced() {
+        agent::ScanOptions o;
+        o.item_delay = std::chrono::milliseconds(2);
+        return o;
+    }
+};
+
+TEST_F(PacedScan, AfterAPauseIsAnsweredNothingMoreIsSentUntilTheResume) {
+    InProcessAgent agent(tree.root(), paced());
+    start(agent);
+    Stream s;
+    read_events(events, s, 10);
+    EXPECT_EQ(roundtrip(control, make_start_scan_packet(nullptr)).header.status, static_cast<uint32_t>(EBUSY));
+
+    ASSERT_EQ(roundtrip(control, make_pause_scan_packet()).header.status, 0u);
+    EXPECT_EQ(roundtrip(control, make_pause_scan_packet()).header.status, 0u) << "a second pause is harmless";
+    const std::size_t queued = bytes_arriving(events, 0);
+    EXPECT_EQ(bytes_arriving(events, 300), queued) << "the scan sent more while paused";
+
+    ASSERT_EQ(roundtrip(control, make_resume_scan_packet()).header.status, 0u);
+    read_events(events, s);
+    std::set<std::string> unique;
+    for (const auto &item : s.items) unique.insert(path_of(item));
+    EXPECT_EQ(s.items.size(), 200u);
+    EXPECT_EQ(unique.size(), 200u);
+    EXPECT_EQ(s.codes, std::vector<uint32_t>{0});
+    EXPECT_EQ(roundtrip(control, make_pause_scan_packet()).header.status, static_cast<uint32_t>(ESRCH))
+        << "the scan is over";
+}
+
+TEST_F(PacedScan, AStopEndsTheScanWithEcanceledAlsoWhilePaused) {
+    InProcessAgent agent(tree.root(), paced());
+    start(agent);
+    Stream s;
+    read_events(events, s, 5);
+    ASSERT_EQ(roundtrip(control, make_pause_scan_packet()).header.status, 0u);
+    // Another control connection may steer the same scan.
+    NetConnection *other = agent.connect();
+    ASSERT_EQ(roundtrip(other, make_start_stop_packet()).header.status, 0u);
+    NetConnectionClose(other);
+    read_events(events, s);
+    EXPECT_LT(s.items.size(), 200u);
+    EXPECT_EQ(s.codes, std::vector<uint32_t>{static_cast<uint32_t>(ECANCELED)});
+    EXPECT_TRUE(s.closed);
+}
+
+TEST_F(PacedScan, AStartThatNobodyFollowsIsDroppedAndTheNextStartWorks) {
+    agent::ScanOptions o = paced();
+    o.connect_wait = std::chrono::milliseconds(200);
+    InProcessAgent agent(tree.root(), o);
+    control = agent.connect();
+    ASSERT_EQ(roundtrip(control, make_start_scan_packet(nullptr)).header.status, 0u);
+    // Nobody connects: the agent gives the scan up, and a start is refused only until then.
+    uint32_t status = 0;
+    int refusals = 0;
+    for (; refusals < 100; ++refusals) {
+        status = roundtrip(control, make_start_scan_packet(nullptr)).header.status;
+        if (status != static_cast<uint32_t>(EBUSY)) break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    EXPECT_EQ(status, 0u);
+    EXPECT_GT(refusals, 0);
+    EXPECT_EQ(roundtrip(control, make_start_stop_packet()).header.status, 0u);
+}
+
+TEST_F(PacedScan, AnAgentThatShutsDownEndsItsScanWithEcanceled) {
+    Stream s;
+    {
+        InProcessAgent agent(tree.root(), paced());
+        start(agent);
+        read_events(events, s, 3);
+    }
+    read_events(events, s);
+    EXPECT_EQ(s.codes, std::vector<uint32_t>{static_cast<uint32_t>(ECANCELED)});
+    EXPECT_TRUE(s.closed);
+}
+
+}  // namespace
+}  // namespace wrenlink::test

@@ -1,0 +1,202 @@
+// Remote files and paths against a scripted agent. These tests look into the connection record
+// (its lock and sticky errors) and the handle, which is why they live with the static core.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <functional>
+
+#include "Wrenlink/NetConnection.h"
+#include "Wrenlink/file_exchange.h"
+#include "doubles/scripted_agent.h"
+
+using namespace wrenlink::test;
+
+namespace {
+
+constexpr uint32_t kMagic = 0xF0CF9CFCu;
+const auto kReset = static_cast<AgentStatus>(ECONNRESET);
+
+NFCFileRef *handle(uint32_t remoteId, int64_t position) {
+    auto *ref = static_cast<NFCFileRef *>(std::malloc(sizeof(NFCFileRef)));
+    *ref = NFCFileRef{remoteId, position};
+    return ref;
+}
+
+bool lock_is_free(NetConnection *conn) {
+    if (!conn->mutex.try_lock()) return false;
+    conn->mutex.unlock();
+    return true;
+}
+
+}  // namespace
+
+TEST(FileOps, WorkedRequestsAndPositions) {
+    const std::string tell7 = bytes("fc 9c cf f0 04 00 00 00 05 00 00 00 b9 38 d7 9d 00 00 00 00 07 00 00 00");
+    const std::string block = " 00 00 00 00 00 00 00 00 07 00 00 00 ";
+    ScriptedAgent agent;
+    agent.add(Script()
+        .expect(bytes("fc 9c cf f0 05 00 00 00 01 00 00 00 c7 33 02 dd 00 00 00 00 2f 61 00 72 00"))
+        .send(reply(0, le32(7) + "rest")).expect(tell7).send(reply(0, le64(10)))
+        .expect(bytes("fc 9c cf f0 10 00 00 00 06 00 00 00 be 3c 0f 53 00 00 00 00 07 00 00 00 00 10 00 00 00 00 00 00 00 00 00 00"))
+        .send(reply(0, "ok")).expect(tell7).send(reply(0, le64(4096)))
+        .expect(bytes("fc 9c cf f0 10 00 00 00 03 00 00 00" + block + "00 10 00 00 00 00 00 00 05 00 00 00"))
+        .send(reply(0, "hello", 0xBADu))  // a read's CRC plays no part
+        .expect(bytes("fc 9c cf f0 13 00 00 00 04 00 00 00" + block + "05 10 00 00 00 00 00 00 03 00 00 00 78 79 7a"))
+        .send(reply(0))
+        .expect(bytes("fc 9c cf f0 10 00 00 00 04 00 00 00" + block + "08 10 00 00 00 00 00 00 00 00 00 00"))
+        .send(reply(0))
+        .expect(bytes("fc 9c cf f0 04 00 00 00 02 00 00 00 b9 38 d7 9d 00 00 00 00 07 00 00 00")).send(reply(0))
+        .expect(bytes("fc 9c cf f0 02 00 00 00 07 00 00 00 a3 69 a9 28 00 00 00 00 2f 61")).send(reply(0))
+        .expect(bytes("fc 9c cf f0 03 00 00 00 0d 00 00 00 3b 5b f7 4f 00 00 00 00 2f 61 00")).send(reply(0))
+        .expect(bytes("fc 9c cf f0 03 00 00 00 08 00 00 00 3b 5b f7 4f 00 00 00 00 2f 61 00")).send(reply(3)));
+    NetConnection *conn = NetConnectionOpen("127.0.0.1", agent.port());
+    NFCFileRef *ref = nullptr;
+    ASSERT_EQ(NFCFileRefOpen(conn, "/a", "r", &ref), 0u);
+    int64_t told = 0;
+    EXPECT_EQ(NFCFileRefTell(conn, ref, &told), 0u);
+    EXPECT_EQ(told + ref->position, 10);
+    EXPECT_EQ(NFCFileRefSeek(conn, ref, 4096, 0), 0u);
+    char buffer[5];
+    int32_t length = 5;
+    EXPECT_EQ(NFCFileRefRead(conn, ref, buffer, &length), 0u);
+    EXPECT_EQ(std::string(buffer, 5), "hello");
+    EXPECT_EQ(NFCFileRefWrite(conn, ref, "xyz", 3), 0u);
+    EXPECT_EQ(NFCFileRefWrite(conn, ref, nullptr, 0), 0u);
+    EXPECT_EQ(ref->position, 4104);
+    EXPECT_EQ(NFCFileRefClose(conn, ref), 0u);
+    EXPECT_EQ(NFCFileRefDelete(conn, "/a") + NFCFileRefMkDir(conn, "/a"), 0u);
+    EXPECT_EQ(NFCFileRefAccess(conn, "/a"), 3u);
+    NetConnectionClose(conn);
+    EXPECT_EQ(agent.failures(), "");
+}
+
+// Every exit past the gate of every operation: its result, what it leaves in fileError, the lock
+// free again, the position unmoved and the out-parameters untouched.
+TEST(FileOps, ExitsAndTheStickyErrorTheyLeave) {
+    enum Reads { Header, Payload, PayloadWithCrc };
+    const struct {
+        uint32_t opcode;
+        Reads reads;
+        std::function<AgentStatus(NetConnection *, NFCFileRef *)> run;
+    } ops[] = {
+        {1, PayloadWithCrc, [](NetConnection *c, NFCFileRef *) {
+             NFCFileRef *opened = reinterpret_cast<NFCFileRef *>(0x1);
+             const AgentStatus r = NFCFileRefOpen(c, "/f", "w", &opened);
+             return opened == nullptr ? r : 0xBADu;
+         }},
+        {3, Payload, [](NetConnection *c, NFCFileRef *f) {
+             int32_t n = 16;
+             char buffer[16];
+             const AgentStatus r = NFCFileRefRead(c, f, buffer, &n);
+             return n == 16 ? r : 0xBADu;
+         }},
+        {4, Header, [](NetConnection *c, NFCFileRef *f) { return NFCFileRefWrite(c, f, "data", 4); }},
+        {5, PayloadWithCrc, [](NetConnection *c, NFCFileRef *f) {
+             int64_t at = -1;
+             const AgentStatus r = NFCFileRefTell(c, f, &at);
+             return at == -1 ? r : 0xBADu;
+         }},
+        {6, PayloadWithCrc, [](NetConnection *c, NFCFileRef *f) { return NFCFileRefSeek(c, f, 9, 1); }},
+        {2, Header, [](NetConnection *c, NFCFileRef *f) { return NFCFileRefClose(c, f); }},
+        {7, Header, [](NetConnection *c, NFCFileRef *) { return NFCFileRefDelete(c, "/f"); }},
+        {13, Header, [](NetConnection *c, NFCFileRef *) { return NFCFileRefMkDir(c, "/f"); }},
+        {8, Header, [](NetConnection *c, NFCFileRef *) { return NFCFileRefAccess(c, "/f"); }},
+    };
+    const struct {
+        std::string reply;
+        AgentStatus result;
+        int stored;
+        Reads needs;
+    } exits[] = {
+        {bytes("fc 9c cf"), kReset, ECONNRESET, Header},  // then the agent closes
+        {header(kMagic + 1, 0, 0, 0, 0), AgentBadMagic, static_cast<int>(AgentBadMagic), Header},
+        {reply(9), 9, 0, Header},
+        {header(kMagic, 8, 0, 0, 0) + "abc", AgentShortPayload, static_cast<int>(AgentShortPayload), Payload},
+        {reply(0, le64(1), 0x1234u), AgentBadCrc, static_cast<int>(AgentBadCrc), PayloadWithCrc},
+        {reply(9, le64(1), 0x1234u), AgentBadCrc, static_cast<int>(AgentBadCrc), PayloadWithCrc},  // CRC before status
+    };
+    for (const auto &op : ops) {
+        for (const auto &exit : exits) {
+            // An open's refusal carries no payload.
+            if (exit.needs > op.reads || (op.opcode == 1 && exit.reply.size() > 20 && exit.reply[16] == 9)) continue;
+            SCOPED_TRACE("opcode " + std::to_string(op.opcode) + ", reply " + hex(exit.reply.substr(0, 20)));
+            ScriptedAgent agent;
+            agent.add(Script().expect_request(op.opcode).send(exit.reply));
+            NetConnection *conn = NetConnectionOpen("127.0.0.1", agent.port());
+            NFCFileRef *ref = handle(7, 100);
+            const bool writeHeader = op.opcode == 4 && exit.result == kReset;
+            EXPECT_EQ(op.run(conn, ref), writeHeader ? AgentShortPayload : exit.result);
+            EXPECT_EQ(conn->fileError, op.opcode == 1 ? 0 : exit.stored);  // an open never stores
+            EXPECT_TRUE(lock_is_free(conn));
+            if (op.opcode != 2) {  // a close past the gate has released the handle
+                EXPECT_EQ(ref->position, 100);
+                std::free(ref);
+            }
+            NetConnectionClose(conn);
+        }
+    }
+}
+
+TEST(FileOps, ReadsKeepTheStreamInStepAndSeekFallsBackToItsOffset) {
+    ScriptedAgent agent;
+    agent.add(Script().expect_request(3).send(reply(0, "abc")).expect_request(3).send(reply(0))
+                  .expect_request(3).send(reply(4, "refusal")).expect_request(3).send(reply(0, "twelve bytes"))
+                  .expect_request(6).send(reply(0)).expect_request(5).send(reply(3))
+                  .expect_request(3).send(reply(0, "ok")));
+    NetConnection *conn = NetConnectionOpen("127.0.0.1", agent.port());
+    NFCFileRef *ref = handle(1, 50);
+    char buffer[11] = {};
+    int32_t n = 10;
+    EXPECT_EQ(NFCFileRefRead(conn, ref, buffer, &n), 0u);
+    EXPECT_EQ(n + ref->position, 3 + 53);
+    EXPECT_EQ(NFCFileRefRead(conn, ref, buffer, &(n = 10)), 0u);
+    EXPECT_EQ(n + ref->position, 0 + 53);
+    EXPECT_EQ(NFCFileRefRead(conn, ref, buffer, &(n = 10)), 4u);
+    EXPECT_EQ(NFCFileRefRead(conn, ref, buffer, &n), static_cast<AgentStatus>(EMSGSIZE));
+    EXPECT_EQ(std::string(buffer), "abc");
+    EXPECT_EQ(n + ref->position, 10 + 53);
+    EXPECT_EQ(NFCFileRefSeek(conn, ref, 555, 2), 0u);
+    EXPECT_EQ(ref->position, 555);
+    EXPECT_EQ(NFCFileRefRead(conn, ref, buffer, &n), 0u);
+    EXPECT_EQ(std::string(buffer, 2), "ok");
+    EXPECT_EQ(conn->fileError, 0);
+    std::free(ref);
+    NetConnectionClose(conn);
+    EXPECT_EQ(agent.failures(), "");
+}
+
+// Each family stops on its own sticky error only: fileError stops the file operations,
+// sendError the scan and media ones (and reaches a file operation through its refused send).
+TEST(FileOps, StickyErrorsStopTheirOwnFamily) {
+    ScriptedAgent agent;
+    agent.add(Script().expect_request(7).send(header(kMagic + 1, 0, 0, 0, 0)).expect_request(105).send(reply(0))
+                  .expect_request(202).send(reply(0)).expect_request(204).send(header(kMagic + 1, 0, 0, 0, 0))
+                  .expect_request(103).close());
+    agent.add(Script().expect_request(204).close());
+    NetConnection *conn = NetConnectionOpen("127.0.0.1", agent.port());
+    NFCFileRef *ref = handle(1, 0);
+    EXPECT_EQ(NFCFileRefDelete(conn, "/x"), AgentBadMagic);
+    EXPECT_EQ(NMCAddImage(conn, "i") + NDDStopScan(conn), 0u);
+    EXPECT_EQ(NFCFileRefClose(conn, ref), AgentBadMagic);  // at the gate: nothing sent or freed
+    NFCFileRef *opened = ref;
+    EXPECT_EQ(NFCFileRefOpen(conn, "/x", "r", &opened), AgentBadMagic);
+    EXPECT_EQ(opened, nullptr);
+    EXPECT_EQ(NDDPauseScan(conn), AgentBadMagic);
+    EXPECT_EQ(NMCDelMusic(conn, "m"), kReset);
+    EXPECT_EQ(conn->sendError, 0);  // neither a bad magic nor any media failure sticks there
+    std::free(ref);
+    NetConnectionClose(conn);
+
+    conn = NetConnectionOpen("127.0.0.1", agent.port());
+    EXPECT_EQ(NDDPauseScan(conn), kReset);
+    EXPECT_EQ(NMCAddMusic(conn, "m"), kReset);
+    EXPECT_EQ(NDDEraseFile(conn, "f"), kReset);
+    EXPECT_EQ(conn->fileError, 0);
+    EXPECT_EQ(NFCFileRefMkDir(conn, "/d"), kReset);
+    EXPECT_EQ(conn->fileError, ECONNRESET);
+    NetConnectionClose(conn);
+    ASSERT_TRUE(agent.wait_finished(2));
+    EXPECT_EQ(agent.received(0).size() + agent.received(1).size(), 104u + 20u);  // nothing after the gates
+    EXPECT_EQ(agent.failures(), "");
+}

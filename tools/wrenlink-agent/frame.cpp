@@ -1,0 +1,126 @@
+#include "frame.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+
+#include "Wrenlink/crc.h"
+#include "Wrenlink/platform.h"
+
+namespace wrenlink::agent {
+
+UniqueFd listen_tcp(const std::string &address, uint16_t port, int backlog, int &error) {
+    sockaddr_in at{};
+    at.sin_family = AF_INET;
+    at.sin_port = htons(port);
+    if (::inet_pton(AF_INET, address.c_str(), &at.sin_addr) != 1) {
+        error = EINVAL;
+        return {};
+    }
+    UniqueFd fd(platform::tcp_socket());
+    const int one = 1;
+    // The agent closes each event connection first, so its port sits in TIME_WAIT between scans.
+    if (!fd || ::setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &one, sizeof one) != 0 ||
+        ::bind(fd.get(), reinterpret_cast<const sockaddr *>(&at), sizeof at) != 0 || ::listen(fd.get(), backlog) != 0) {
+        error = errno;
+        return {};
+    }
+    error = 0;
+    return fd;
+}
+
+uint16_t local_port(int fd) {
+    sockaddr_in at{};
+    socklen_t size = sizeof at;
+    if (::getsockname(fd, reinterpret_cast<sockaddr *>(&at), &size) != 0) return 0;
+    return ntohs(at.sin_port);
+}
+
+UniqueFd accept_connection(int listener) {
+    UniqueFd fd(::accept(listener, nullptr, nullptr));
+    if (fd) (void)::fcntl(fd.get(), F_SETFD, FD_CLOEXEC);
+    return fd;
+}
+
+long send_some(int fd, const void *data, std::size_t n) {
+    const ssize_t r = ::send(fd, data, n, MSG_DONTWAIT | platform::send_flags());
+    if (r >= 0) return static_cast<long>(r);
+    return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR ? 0 : -1;
+}
+
+bool read_exact(int fd, void *buffer, std::size_t n) {
+    auto *p = static_cast<char *>(buffer);
+    std::size_t got = 0;
+    while (got < n) {
+        const ssize_t r = ::recv(fd, p + got, n - got, 0);
+        if (r > 0) {
+            got += static_cast<std::size_t>(r);
+        } else if (r < 0 && errno == EINTR) {
+            continue;
+        } else {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool send_all(int fd, const void *data, std::size_t n) {
+    const auto *p = static_cast<const char *>(data);
+    std::size_t sent = 0;
+    while (sent < n) {
+        const ssize_t r = ::send(fd, p + sent, n - sent, platform::send_flags());
+        if (r > 0) {
+            sent += static_cast<std::size_t>(r);
+        } else if (r < 0 && errno == EINTR) {
+            continue;
+        } else {
+            return false;
+        }
+    }
+    return true;
+}
+
+std::string packet(uint32_t opcode, uint32_t status, std::string_view payload, Crc crc) {
+    wire::PacketHeader h;
+    h.magic = wire::kMagic;
+    h.length = static_cast<uint32_t>(payload.size());
+    h.opcode = opcode;
+    h.crc = crc == Crc::Payload ? get_crc32(payload.data(), h.length, 0) : 0;
+    h.status = status;
+    std::string out(wire::kHeaderSize, '\0');
+    wire::encode_header(h, out.data());
+    out.append(payload);
+    return out;
+}
+
+void put_u32(std::string &out, uint32_t v) { wire::append_u32(out, v); }
+void put_u64(std::string &out, uint64_t v) { wire::append_u64(out, v); }
+
+void put_text(std::string &out, std::string_view text) {
+    out.append(text);
+    out.push_back('\0');
+}
+
+std::string progress_event(int64_t done, int64_t total) {
+    std::string payload;
+    put_u64(payload, static_cast<uint64_t>(done));
+    put_u64(payload, static_cast<uint64_t>(total));
+    return packet(wire::op::kEventProgress, 0, payload);
+}
+
+std::string code_event(uint32_t code) {
+    std::string payload;
+    put_u32(payload, code);
+    return packet(wire::op::kEventCode, 0, payload);
+}
+
+std::string found_item_event(std::string_view text) {
+    std::string payload;
+    put_text(payload, text);
+    return packet(wire::op::kEventFoundItem, 0, payload);
+}
+
+}  // namespace wrenlink::agent
