@@ -14,10 +14,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <random>
-#include <sstream>
 #include <thread>
 
 #include "Wrenlink/fd.h"
@@ -63,29 +60,6 @@ void set_environment(const char *name, const std::string &value) { ::setenv(name
 }  // namespace
 
 bool system_adb_available() { return ::access(kSystemAdb, X_OK) == 0; }
-
-ScratchDir::ScratchDir() {
-    const char *tmp = std::getenv("TMPDIR");
-    std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/wrenlink-test-XXXXXX";
-    if (::mkdtemp(pattern.data())) path_ = pattern;
-}
-
-ScratchDir::~ScratchDir() {
-    std::error_code ignored;
-    if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
-}
-
-void write_file(const std::string &path, std::string_view content) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(content.data(), static_cast<std::streamsize>(content.size()));
-}
-
-std::string read_file(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 std::string random_bytes(std::size_t size, unsigned seed) {
     std::mt19937 gen(seed);
@@ -222,9 +196,9 @@ void PhoneProcess::stop() {
 // ---- PrivateAdbServer ------------------------------------------------------------------------
 
 PrivateAdbServer::PrivateAdbServer() : port_(free_loopback_port()) {
-    if (port_ == 0 || home_.path().empty()) return;
+    if (port_ == 0) return;
     set_environment("ANDROID_ADB_SERVER_PORT", std::to_string(port_));
-    set_environment("HOME", home_.path());   // the server keeps its key in $HOME/.android
+    set_environment("HOME", home_.root().string());   // the server keeps its key in $HOME/.android
     ::unsetenv("ADB_SERVER_SOCKET");
     ::unsetenv("ANDROID_SERIAL");
     started_ = run({"start-server"}).status == 0;

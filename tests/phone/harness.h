@@ -18,27 +18,14 @@
 #include <string_view>
 #include <vector>
 
+#include "doubles/temp_tree.h"
+
 namespace wrenlink::test {
 
 // Debian's adb; the tests that need it skip when it is not installed.
 inline constexpr const char *kSystemAdb = "/usr/bin/adb";
 bool system_adb_available();
 
-class ScratchDir {
-public:
-    ScratchDir();
-    ScratchDir(const ScratchDir &) = delete;
-    ScratchDir &operator=(const ScratchDir &) = delete;
-    ~ScratchDir();
-    const std::string &path() const noexcept { return path_; }
-    std::string operator/(std::string_view name) const { return path_ + "/" + std::string(name); }
-
-private:
-    std::string path_;
-};
-
-void write_file(const std::string &path, std::string_view content);
-std::string read_file(const std::string &path);
 std::string random_bytes(std::size_t size, unsigned seed);
 
 struct RunResult {
@@ -92,7 +79,7 @@ public:
     bool connect(const std::string &serial) const;
 
 private:
-    ScratchDir home_;
+    TempTree home_;
     unsigned port_ = 0;
     bool started_ = false;
 };

@@ -98,8 +98,8 @@ TEST_F(PhoneAdbTest, InteractiveShellPromptsAndSuTurnsItIntoARootShell) {
         << gamma.output;
     EXPECT_FALSE(holds(gamma.output, "$ ")) << gamma.output;
     EXPECT_TRUE(holds(gamma.output, "uid=0(root)")) << gamma.output;
-    write_file(dir_ / "tool", "x");
-    EXPECT_EQ(adb(2, {"push", dir_ / "tool", "/system/bin/tool"}).status, 0);
+    dir_.write("tool", "x");
+    EXPECT_EQ(adb(2, {"push", at("tool"), "/system/bin/tool"}).status, 0);
 }
 
 TEST_F(PhoneAdbTest, PushAndPullCarryExactBytes) {
@@ -108,33 +108,33 @@ TEST_F(PhoneAdbTest, PushAndPullCarryExactBytes) {
         {"empty.bin", ""}, {"small.txt", "five\n"}, {"large.bin", random_bytes(3 * 1024 * 1024 + 17, 9)}};
     for (const auto &[name, content] : files) {
         SCOPED_TRACE(name);
-        write_file(dir_ / name, content);
-        const RunResult push = adb(0, {"push", dir_ / name, "/sdcard/Download/" + name});
+        dir_.write(name, content);
+        const RunResult push = adb(0, {"push", at(name), "/sdcard/Download/" + name});
         ASSERT_EQ(push.status, 0) << push.output;
-        EXPECT_EQ(read_file(sandbox(0) + "/sdcard/Download/" + name), content);
-        const RunResult pull = adb(0, {"pull", "/sdcard/Download/" + name, dir_ / ("back-" + name)});
+        EXPECT_EQ(dir_.read(sandbox(0) + "/sdcard/Download/" + name), content);
+        const RunResult pull = adb(0, {"pull", "/sdcard/Download/" + name, at("back-" + name)});
         ASSERT_EQ(pull.status, 0) << pull.output;
-        EXPECT_EQ(read_file(dir_ / ("back-" + name)), content);
+        EXPECT_EQ(dir_.read("back-" + name), content);
     }
     EXPECT_EQ(words_of(shell(0, "ls -l /sdcard/Download/large.bin")).at(4), std::to_string(3 * 1024 * 1024 + 17));
 
-    const RunResult denied = adb(0, {"push", dir_ / "small.txt", "/system/small.txt"});
+    const RunResult denied = adb(0, {"push", at("small.txt"), "/system/small.txt"});
     EXPECT_NE(denied.status, 0);
     EXPECT_TRUE(holds(denied.output, "Permission denied")) << denied.output;
-    const RunResult missing = adb(0, {"pull", "/sdcard/none.bin", dir_ / "none.bin"});
+    const RunResult missing = adb(0, {"pull", "/sdcard/none.bin", at("none.bin")});
     EXPECT_NE(missing.status, 0);
     EXPECT_TRUE(holds(missing.output, "does not exist")) << missing.output;
 }
 
 TEST_F(PhoneAdbTest, InstallListAndUninstallAPackage) {
     ASSERT_NO_FATAL_FAILURE(start_phones({kAlphaProfile}));
-    const std::string apk = dir_ / "com.example.hello.apk";
+    const std::string apk = at("com.example.hello.apk");
     const std::string apk_bytes = std::string("PK\x03\x04", 4) + random_bytes(5000, 3);
-    write_file(apk, apk_bytes);
+    dir_.write("com.example.hello.apk", apk_bytes);
 
     const RunResult install = adb(0, {"install", "-r", apk});
     EXPECT_TRUE(holds(install.output, "Success")) << install.output;
-    EXPECT_EQ(read_file(sandbox(0) + "/data/app/com.example.hello-1/base.apk"), apk_bytes);
+    EXPECT_EQ(dir_.read(sandbox(0) + "/data/app/com.example.hello-1/base.apk"), apk_bytes);
     EXPECT_EQ(shell(0, "pm list packages -3"), "package:com.example.hello\npackage:com.test.notes\n");
     EXPECT_EQ(shell(0, "pm list packages -s"), "package:android\npackage:com.test.launcher\n");
     EXPECT_EQ(shell(0, "pm list packages | grep hello"), "package:com.example.hello\n");
@@ -144,8 +144,8 @@ TEST_F(PhoneAdbTest, InstallListAndUninstallAPackage) {
     EXPECT_FALSE(holds(shell(0, "dumpsys package com.none"), "Package ["));
 
     EXPECT_TRUE(holds(adb(0, {"install", apk}).output, "INSTALL_FAILED_ALREADY_EXISTS"));
-    write_file(dir_ / "broken.apk", "not a zip");
-    EXPECT_TRUE(holds(adb(0, {"install", dir_ / "broken.apk"}).output, "INSTALL_PARSE_FAILED_NOT_APK"));
+    dir_.write("broken.apk", "not a zip");
+    EXPECT_TRUE(holds(adb(0, {"install", at("broken.apk")}).output, "INSTALL_PARSE_FAILED_NOT_APK"));
 
     EXPECT_TRUE(holds(adb(0, {"uninstall", "com.example.hello"}).output, "Success"));
     EXPECT_EQ(shell(0, "pm list packages -3"), "package:com.test.notes\n");
@@ -191,9 +191,9 @@ TEST_F(PhoneAdbTest, StorageIsListedAndMeasuredFromTheProfile) {
 TEST_F(PhoneAdbTest, FileCommandsKeepTheShellUserOutOfSystemPlaces) {
     ASSERT_NO_FATAL_FAILURE(start_phones({kAlphaProfile}));
     EXPECT_TRUE(holds(shell(0, "mkdir /data/app/made"), "Permission denied"));
-    EXPECT_NE(access((sandbox(0) + "/data/app/made").c_str(), F_OK), 0);
+    EXPECT_FALSE(dir_.exists(sandbox(0) + "/data/app/made"));
     EXPECT_EQ(shell(0, "su -c 'mkdir /data/app/made'"), "");
-    EXPECT_EQ(access((sandbox(0) + "/data/app/made").c_str(), F_OK), 0);
+    EXPECT_TRUE(dir_.exists(sandbox(0) + "/data/app/made"));
 
     EXPECT_EQ(shell(0, "mkdir /sdcard/a && echo x > /dev/null && mv /sdcard/a /sdcard/b && ls /sdcard"), "b\n");
     EXPECT_TRUE(holds(shell(0, "mv /sdcard/none /sdcard/c"), "No such file or directory"));
@@ -202,9 +202,9 @@ TEST_F(PhoneAdbTest, FileCommandsKeepTheShellUserOutOfSystemPlaces) {
     EXPECT_TRUE(holds(shell(0, "ls /data/data"), "Permission denied"));
     EXPECT_FALSE(holds(shell(0, "su -c 'ls /data/data'"), "Permission denied"));
 
-    write_file(sandbox(0) + "/sdcard/src.bin", random_bytes(10000, 4));
+    dir_.write(sandbox(0) + "/sdcard/src.bin", random_bytes(10000, 4));
     EXPECT_TRUE(holds(shell(0, "dd if=/sdcard/src.bin of=/data/local/tmp/copy"), "10000 bytes"));
-    EXPECT_EQ(read_file(sandbox(0) + "/data/local/tmp/copy"), random_bytes(10000, 4));
+    EXPECT_EQ(dir_.read(sandbox(0) + "/data/local/tmp/copy"), random_bytes(10000, 4));
 }
 
 // A listener that reads one request of a known size and answers with its bytes reversed.
@@ -282,10 +282,10 @@ TEST_F(PhoneAdbTest, ForwardCarriesAConversationToALoopbackPortBothWays) {
 }
 
 TEST_F(PhoneAdbTest, PhoneThatGoesAwayIsNoLongerADevice) {
-    write_file(dir_ / "a.prop", kAlphaProfile);
-    write_file(dir_ / "b.prop", kBetaProfile);
-    PhoneProcess leaving({{dir_ / "a.prop", dir_ / "a"}});
-    PhoneProcess staying({{dir_ / "b.prop", dir_ / "b"}});
+    dir_.write("a.prop", kAlphaProfile);
+    dir_.write("b.prop", kBetaProfile);
+    PhoneProcess leaving({{at("a.prop"), at("a")}});
+    PhoneProcess staying({{at("b.prop"), at("b")}});
     ASSERT_TRUE(leaving.ok() && staying.ok());
     ASSERT_TRUE(server_->connect(leaving.serial(0)));
     ASSERT_TRUE(server_->connect(staying.serial(0)));

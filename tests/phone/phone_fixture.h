@@ -55,16 +55,18 @@ protected:
     void start_phones(const std::vector<std::string> &profiles) {
         std::vector<PhoneProcess::Phone> specs;
         for (std::size_t i = 0; i < profiles.size(); ++i) {
-            const std::string profile = dir_ / ("profile" + std::to_string(i) + ".prop");
-            write_file(profile, profiles[i]);
-            specs.push_back({profile, sandbox(i)});
+            const std::string profile = "profile" + std::to_string(i) + ".prop";
+            dir_.write(profile, profiles[i]);
+            specs.push_back({at(profile), at(sandbox(i))});
         }
         phones_ = std::make_unique<PhoneProcess>(specs);
         ASSERT_TRUE(phones_->ok()) << "wrenlink-phone did not come up";
         for (std::size_t i = 0; i < profiles.size(); ++i) ASSERT_TRUE(server_->connect(serial(i))) << serial(i);
     }
 
-    std::string sandbox(std::size_t i) const { return dir_ / ("phone" + std::to_string(i)); }
+    // The scratch directory's path of a name in it; the sandbox of a phone, relative to it.
+    std::string at(const std::string &relative) const { return dir_.host(relative).string(); }
+    static std::string sandbox(std::size_t i) { return "phone" + std::to_string(i); }
     const std::string &serial(std::size_t i) const { return phones_->serial(i); }
 
     RunResult adb(std::size_t phone, std::vector<std::string> args, std::string_view input = {}) const {
@@ -73,7 +75,7 @@ protected:
     }
     std::string shell(std::size_t phone, const std::string &command) const { return adb(phone, {"shell", command}).output; }
 
-    ScratchDir dir_;
+    TempTree dir_;
     std::unique_ptr<PrivateAdbServer> server_;
     std::unique_ptr<PhoneProcess> phones_;
 };

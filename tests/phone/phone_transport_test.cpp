@@ -110,13 +110,12 @@ private:
 class PhoneTransportTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        write_file(dir_ / "raw.prop", kProfile);
-        phone_ = std::make_unique<PhoneProcess>(std::vector<PhoneProcess::Phone>{{dir_ / "raw.prop", dir_ / "sandbox"}});
+        dir_.write("raw.prop", kProfile);
+        phone_ = std::make_unique<PhoneProcess>(
+            std::vector<PhoneProcess::Phone>{{dir_.host("raw.prop").string(), dir_.host("sandbox").string()}});
         ASSERT_TRUE(phone_->ok());
     }
-    std::string sandbox() const { return dir_ / "sandbox"; }
-
-    ScratchDir dir_;
+    TempTree dir_;
     std::unique_ptr<PhoneProcess> phone_;
 };
 
@@ -131,7 +130,7 @@ TEST_F(PhoneTransportTest, HandshakeShowsTheProfileAndOutputKeepsToTheServersPay
     EXPECT_EQ(reply->checksum, byte_sum(reply->payload));
 
     const std::string content = random_bytes(10000, 7);
-    write_file(sandbox() + "/sdcard/blob", content);
+    dir_.write("sandbox/sdcard/blob", content);
     server.send("OPEN", 77, 0, std::string("shell:cat /sdcard/blob\0", 23));
     const auto ready = server.receive();
     ASSERT_TRUE(ready);
