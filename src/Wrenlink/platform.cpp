@@ -2,14 +2,27 @@
 
 #include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <vector>
 
 #if defined(__APPLE__)
+#include <crt_externs.h>
 #include <mach-o/dyld.h>
 #include <climits>
+#else
+extern char **environ;
+#endif
+
+#if defined(__GLIBC__)
+#if __GLIBC_PREREQ(2, 34)
+#define WRENLINK_HAS_SPAWN_CLOSEFROM 1
+#endif
+#endif
+#ifndef WRENLINK_HAS_SPAWN_CLOSEFROM
+#define WRENLINK_HAS_SPAWN_CLOSEFROM 0
 #endif
 
 namespace wrenlink::platform {
@@ -77,6 +90,43 @@ std::string executable_path() {
         if (static_cast<size_t>(n) < buf.size()) return std::string(buf.data(), static_cast<size_t>(n));
         buf.resize(buf.size() * 2);
     }
+#endif
+}
+
+char **environment() noexcept {
+#if defined(__APPLE__)
+    return *_NSGetEnviron();  // a shared library cannot reach `environ` directly there
+#else
+    return environ;
+#endif
+}
+
+int spawn_closes_other_descriptors([[maybe_unused]] posix_spawn_file_actions_t *actions,
+                                   [[maybe_unused]] short &flags) noexcept {
+#if defined(__APPLE__)
+    flags = static_cast<short>(flags | POSIX_SPAWN_CLOEXEC_DEFAULT);
+    return 0;
+#elif WRENLINK_HAS_SPAWN_CLOSEFROM
+    return posix_spawn_file_actions_addclosefrom_np(actions, 3);
+#else
+    return 0;
+#endif
+}
+
+UniqueFd exit_watch([[maybe_unused]] pid_t pid) noexcept {
+#if defined(__linux__) && defined(SYS_pidfd_open)
+    // Close-on-exec by definition; fails with ENOSYS on kernels before 5.3.
+    return UniqueFd(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
+#else
+    return UniqueFd();
+#endif
+}
+
+const char *popen_read_mode() noexcept {
+#if defined(__GLIBC__)
+    return "re";
+#else
+    return "r";
 #endif
 }
 

@@ -1,7 +1,12 @@
 // The few places where Linux and macOS differ, gathered in one unit.
 #pragma once
 
+#include <spawn.h>
+#include <sys/types.h>
+
 #include <string>
+
+#include "Wrenlink/fd.h"
 
 namespace wrenlink::platform {
 
@@ -17,5 +22,20 @@ bool cloexec_pipe(int fds[2]) noexcept;
 
 // The running executable's full path; empty when it cannot be had.
 std::string executable_path();
+
+// The process's environment, as a child started by posix_spawn inherits it.
+char **environment() noexcept;
+
+// Makes a posix_spawn child close every descriptor above 2 (its standard three stay), as far as the
+// platform allows: a file action on Linux, a spawn flag (added to `flags`) on macOS. Elsewhere the
+// library's own descriptors are still close-on-exec. 0 or an error number.
+int spawn_closes_other_descriptors(posix_spawn_file_actions_t *actions, short &flags) noexcept;
+
+// A descriptor that becomes readable when the child `pid` has exited (a pidfd on Linux); an empty
+// one where the platform has none, and the caller then checks the child from time to time.
+UniqueFd exit_watch(pid_t pid) noexcept;
+
+// The popen mode for reading whose pipe is close-on-exec where the C library offers it.
+const char *popen_read_mode() noexcept;
 
 }  // namespace wrenlink::platform

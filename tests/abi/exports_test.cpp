@@ -46,15 +46,6 @@ const std::set<std::string> kExported = {
 // Names whose operations are still being built: they may be missing for now. Remove each name
 // here as its operation lands; when the library is complete this set is empty.
 const std::set<std::string> kPending = {
-    "AdbCommand",
-    "AdbShellCommand",
-    "AdbKillOtherADB",
-    "AdbRestartAdb",
-    "AdbForward",
-    "AndGetAdbFullpath",
-    "KillInstallDriver",
-    "AdbRootShell",
-    "AdbIsAdbRoot",
     "AdbGetDevicesList",
     "AdbGetPhoneList",
     "AdbRereshDevInfo",

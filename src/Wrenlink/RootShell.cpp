@@ -1,0 +1,152 @@
+// One line in a root shell on the phone: the tool's `shell` command as a child with two pipes,
+// "su" unless the prompt shows root already, the line, and a kill.
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+#include <thread>
+
+#include "Wrenlink/ComLog.h"
+#include "Wrenlink/Wrenlink.h"
+#include "Wrenlink/boundary.h"
+#include "Wrenlink/command_line.h"
+#include "Wrenlink/mac_special.h"
+#include "Wrenlink/process.h"
+
+namespace {
+
+// Root runs are one at a time; they don't exclude the runs of the process runner.
+std::mutex adb_mutex;
+
+// What the shell is given to answer a line before its text is read.
+constexpr auto kShellPause = std::chrono::milliseconds(500);
+// A read phase keeps what fits the caller's 2048-byte buffer with its terminator.
+constexpr std::size_t kPhaseKeeps = wrenlink::kOutputSize - 1;
+
+void wait_readable(int fd) {
+    pollfd ready{fd, POLLIN, 0};
+    while (::poll(&ready, 1, -1) < 0 && errno == EINTR) {
+    }
+}
+
+// One read phase into the start of `output`: waits as long as it takes for the first text, then
+// reads until the pipe is empty (or has ended). Text beyond what the buffer keeps is read and
+// dropped, so that the next phase starts on an empty pipe.
+void read_phase(int fd, char *output) {
+    std::size_t kept = 0;
+    bool gotAny = false;
+    char dropped[512];
+    for (;;) {
+        const bool full = kept == kPhaseKeeps;
+        char *into = full ? dropped : output + kept;
+        const ssize_t n = ::read(fd, into, full ? sizeof dropped : kPhaseKeeps - kept);
+        if (n > 0) {
+            if (!full) kept += static_cast<std::size_t>(n);
+            gotAny = true;
+        } else if (n < 0 && errno == EINTR) {
+            continue;
+        } else if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) && !gotAny) {
+            wait_readable(fd);
+        } else {
+            break;  // the end of the stream, an error, or an empty pipe after some text
+        }
+    }
+    output[kept] = '\0';
+}
+
+void write_all(int fd, const char *data, std::size_t size) {
+    while (size > 0) {
+        const ssize_t n = ::write(fd, data, size);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return;
+        data += n;
+        size -= static_cast<std::size_t>(n);
+    }
+}
+
+// Failures of posix_spawn that mean no process could be made at all, as a failed fork would.
+bool no_process_made(int failure) { return failure == EAGAIN || failure == ENOMEM; }
+
+int32_t root_shell(const char *commandLine, char *output) {
+    const std::string tool = GetAdbPath();
+    std::lock_guard lock(adb_mutex);
+
+    auto reply = wrenlink::process::make_pipe();
+    auto feed = reply ? wrenlink::process::make_pipe() : std::nullopt;
+    // The host keeps a read end of the feed, so that a write to a shell that has gone still
+    // succeeds and never raises SIGPIPE.
+    const wrenlink::UniqueFd feedKept(feed ? ::fcntl(feed->read.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1) : -1);
+    if (!reply || !feed || !feedKept) {
+        // No pipe, no shell: the caller gets the empty text.
+        std::printf("pipe faile:%d ", errno);
+        output[0] = '\0';
+        return 0;
+    }
+
+    wrenlink::process::Child shell;
+    // No -s: the tool picks the phone. The shell's stderr stays the host's. posix_spawn rather
+    // than fork: nothing of a threaded host is copied, and a failed exec ends the half-made child
+    // with status 127 inside the C library, which reports it here.
+    const int failure = wrenlink::process::spawn(tool, {tool, "shell"}, {&*feed, &*reply, nullptr}, shell);
+    if (failure != 0) {
+        if (no_process_made(failure)) {
+            ComLog::Log("fork faile:%d ", failure);
+            return 0;
+        }
+        // A tool that can't be started is a shell that ended at once: every phase ends empty.
+        output[0] = '\0';
+        return 0;
+    }
+    ComLog::Log("start read pipe");
+    if (!wrenlink::process::set_nonblocking(shell.stdout_fd())) std::perror("fcntl");
+
+    read_phase(shell.stdout_fd(), output);
+    if (std::strchr(output, '#') == nullptr) {
+        write_all(shell.stdin_fd(), "su\r\n", sizeof "su\r\n");  // with its terminator: 5 bytes
+        std::this_thread::sleep_for(kShellPause);
+        read_phase(shell.stdout_fd(), output);  // whether su worked is not looked at
+    }
+    write_all(shell.stdin_fd(), commandLine, std::strlen(commandLine));
+    std::this_thread::sleep_for(kShellPause);
+    read_phase(shell.stdout_fd(), output);
+    shell.kill_and_reap();  // whatever the shell is still doing
+    return 0;
+}
+
+int32_t is_adb_root(const char *serial, uint8_t *isRoot) {
+    static constexpr const char *kName = "AdbIsAdbRoot";
+    ComLog::Log("%s Enter...\r\n", kName);
+    if (serial == nullptr || isRoot == nullptr) return -1;
+    const auto line = wrenlink::format_command("%s -s %s shell id", "", serial);
+    if (!line) return -1;
+    ComLog::Log("%s command line...\r\n", kName, line->c_str());
+    char text[wrenlink::kOutputSize] = {};
+    AdbCommandOC(line->c_str(), text, wrenlink::kOutputSize, true);
+    ComLog::Log("%s command line return %s...\r\n", kName, text);
+    static constexpr char kNotFound[] = "error: device not found";
+    if (std::strncmp(text, kNotFound, sizeof kNotFound - 1) == 0) return 1;
+    *isRoot = std::strstr(text, "uid=0(root)") != nullptr ? 1 : 0;
+    return 0;
+}
+
+}  // namespace
+
+extern "C" {
+
+int32_t AdbRootShell(const char * /*unused*/, const char *commandLine, char *output) {
+    return wrenlink::guarded<int32_t>(0, [&]() -> int32_t {
+        if (commandLine == nullptr || output == nullptr) return 0;  // nothing to send, or nowhere to put the text
+        return root_shell(commandLine, output);
+    });
+}
+
+int32_t AdbIsAdbRoot(const char *serial, uint8_t *isRoot) {
+    return wrenlink::guarded<int32_t>(-1, [&] { return is_adb_root(serial, isRoot); });
+}
+
+}  // extern "C"

@@ -1,0 +1,243 @@
+#include "Wrenlink/process.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <thread>
+#include <utility>
+
+#include "Wrenlink/platform.h"
+
+namespace wrenlink::process {
+
+namespace {
+
+// How often a child is looked at while a process it started keeps its pipes open, where the
+// platform gives no descriptor that tells of the exit. The common case never waits for it: the
+// pipes end when the child exits.
+constexpr int kExitCheckMs = 10;
+
+bool lift_above_stdio(UniqueFd &fd) noexcept {
+    if (fd.get() > STDERR_FILENO) return true;
+    const int moved = ::fcntl(fd.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    if (moved < 0) return false;
+    fd.reset(moved);
+    return true;
+}
+
+enum class Stream { Open, Ended };
+
+// Appends what `fd` holds at this moment to `sink`. Ended at the end of the stream (a read error
+// counts as one: nothing more can come from it).
+Stream drain(int fd, std::string &sink) {
+    char chunk[64 * 1024];
+    for (;;) {
+        const ssize_t n = ::read(fd, chunk, sizeof chunk);
+        if (n > 0) {
+            sink.append(chunk, static_cast<std::size_t>(n));
+        } else if (n == 0) {
+            return Stream::Ended;
+        } else if (errno != EINTR) {
+            return errno == EAGAIN || errno == EWOULDBLOCK ? Stream::Open : Stream::Ended;
+        }
+    }
+}
+
+struct SpawnActions {
+    posix_spawn_file_actions_t value{};
+    int status = posix_spawn_file_actions_init(&value);
+    ~SpawnActions() {
+        if (status == 0) posix_spawn_file_actions_destroy(&value);
+    }
+};
+
+struct SpawnAttributes {
+    posix_spawnattr_t value{};
+    int status = posix_spawnattr_init(&value);
+    ~SpawnAttributes() {
+        if (status == 0) posix_spawnattr_destroy(&value);
+    }
+};
+
+// The child starts clean: no blocked signal, no ignored one (a host that ignores SIGPIPE would
+// otherwise pass that on), and none of the host's descriptors beyond the standard three.
+int prepare_spawn(SpawnActions &actions, SpawnAttributes &attributes, const Stdio &stdio) {
+    if (actions.status != 0) return actions.status;
+    if (attributes.status != 0) return attributes.status;
+    int failure = 0;
+    auto step = [&failure](int result) {
+        if (failure == 0) failure = result;
+    };
+    if (stdio.in) step(posix_spawn_file_actions_adddup2(&actions.value, stdio.in->read.get(), STDIN_FILENO));
+    if (stdio.out) step(posix_spawn_file_actions_adddup2(&actions.value, stdio.out->write.get(), STDOUT_FILENO));
+    if (stdio.err) step(posix_spawn_file_actions_adddup2(&actions.value, stdio.err->write.get(), STDERR_FILENO));
+    short flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
+    step(platform::spawn_closes_other_descriptors(&actions.value, flags));
+    sigset_t none;
+    sigemptyset(&none);
+    step(posix_spawnattr_setsigmask(&attributes.value, &none));
+    sigset_t all;
+    sigfillset(&all);
+    sigdelset(&all, SIGKILL);
+    sigdelset(&all, SIGSTOP);
+    step(posix_spawnattr_setsigdefault(&attributes.value, &all));
+    step(posix_spawnattr_setflags(&attributes.value, flags));
+    return failure;
+}
+
+}  // namespace
+
+std::optional<Pipe> make_pipe() noexcept {
+    int fds[2];
+    if (!platform::cloexec_pipe(fds)) return std::nullopt;
+    Pipe pipe{UniqueFd(fds[0]), UniqueFd(fds[1])};
+    if (!lift_above_stdio(pipe.read) || !lift_above_stdio(pipe.write)) return std::nullopt;
+    return pipe;
+}
+
+bool set_nonblocking(int fd) noexcept {
+    const int flags = ::fcntl(fd, F_GETFL);
+    return flags >= 0 && ::fcntl(fd, F_SETFL, flags | O_NONBLOCK) == 0;
+}
+
+std::string_view up_to_nul(std::string_view text) noexcept { return text.substr(0, text.find('\0')); }
+
+int spawn(const std::string &path, const std::vector<std::string> &argv, Stdio stdio, Child &child) {
+    std::vector<char *> args;
+    args.reserve(argv.size() + 1);
+    for (const auto &arg : argv) args.push_back(const_cast<char *>(arg.c_str()));
+    args.push_back(nullptr);
+
+    SpawnActions actions;
+    SpawnAttributes attributes;
+    if (const int failure = prepare_spawn(actions, attributes, stdio); failure != 0) return failure;
+    pid_t pid = -1;
+    const int failure = ::posix_spawn(&pid, path.c_str(), &actions.value, &attributes.value, args.data(),
+                                      platform::environment());
+    if (failure != 0) return failure;
+
+    child = Child(pid, stdio.in ? std::move(stdio.in->write) : UniqueFd(),
+                  stdio.out ? std::move(stdio.out->read) : UniqueFd(),
+                  stdio.err ? std::move(stdio.err->read) : UniqueFd());
+    // The child's own ends: once it has them, the host must not keep a stream open behind its back.
+    if (stdio.in) stdio.in->read.reset();
+    if (stdio.out) stdio.out->write.reset();
+    if (stdio.err) stdio.err->write.reset();
+    return 0;
+}
+
+Child::Child(pid_t pid, UniqueFd in, UniqueFd out, UniqueFd err) noexcept
+    : pid_(pid), in_(std::move(in)), out_(std::move(out)), err_(std::move(err)) {}
+
+Child::Child(Child &&other) noexcept
+    : pid_(std::exchange(other.pid_, -1)),
+      in_(std::move(other.in_)),
+      out_(std::move(other.out_)),
+      err_(std::move(other.err_)) {}
+
+Child &Child::operator=(Child &&other) noexcept {
+    if (this != &other) {
+        kill_and_reap();
+        pid_ = std::exchange(other.pid_, -1);
+        in_ = std::move(other.in_);
+        out_ = std::move(other.out_);
+        err_ = std::move(other.err_);
+    }
+    return *this;
+}
+
+Child::~Child() { kill_and_reap(); }
+
+void Child::signal(int sig) const noexcept {
+    if (running()) ::kill(pid_, sig);
+}
+
+bool Child::reap_if_exited() noexcept {
+    if (!running()) return true;
+    for (;;) {
+        int status = 0;
+        const pid_t got = ::waitpid(pid_, &status, WNOHANG);
+        if (got == 0) return false;
+        if (got < 0 && errno == EINTR) continue;
+        // Reaped, or not ours to reap any more (a host that ignores SIGCHLD, or reaps by itself).
+        if (got > 0 || errno == ECHILD) pid_ = -1;
+        return !running();
+    }
+}
+
+void Child::reap_blocking() noexcept {
+    if (!running()) return;
+    int status = 0;
+    while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+    }
+    pid_ = -1;
+}
+
+bool Child::wait_for(std::chrono::milliseconds limit) noexcept {
+    if (reap_if_exited()) return true;
+    if (const UniqueFd watch = platform::exit_watch(pid_)) {
+        pollfd exit{watch.get(), POLLIN, 0};
+        ::poll(&exit, 1, static_cast<int>(limit.count()));
+        return reap_if_exited();
+    }
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!reap_if_exited()) {
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}
+
+void Child::kill_and_reap() noexcept {
+    if (!running()) return;
+    ::kill(pid_, SIGKILL);
+    reap_blocking();
+}
+
+Child::Output Child::collect() {
+    Output output;
+    if (out_) set_nonblocking(out_.get());
+    if (err_) set_nonblocking(err_.get());
+    const UniqueFd watch = running() ? platform::exit_watch(pid_) : UniqueFd();
+
+    bool exited = !running();
+    while ((out_ || err_) && !exited) {
+        pollfd fds[3];
+        nfds_t count = 0;
+        auto add = [&](const UniqueFd &fd) -> pollfd * {
+            if (!fd) return nullptr;
+            fds[count] = pollfd{fd.get(), POLLIN, 0};
+            return &fds[count++];
+        };
+        const pollfd *out = add(out_);
+        const pollfd *err = add(err_);
+        const pollfd *ended = add(watch);
+        const int ready = ::poll(fds, count, watch ? -1 : kExitCheckMs);
+        if (ready < 0 && errno != EINTR) break;
+
+        if (out && out->revents != 0 && drain(out_.get(), output.out) == Stream::Ended) out_.reset();
+        if (err && err->revents != 0 && drain(err_.get(), output.err) == Stream::Ended) err_.reset();
+        if (!watch) {
+            exited = reap_if_exited();
+        } else if (ended->revents != 0) {
+            reap_blocking();  // a readable pidfd means the child has ended: this returns at once
+            exited = true;
+        }
+    }
+    // The child has ended: take what it left in the pipes and stop, without waiting for an end
+    // of stream that a process it started may hold back for ever.
+    if (out_) drain(out_.get(), output.out);
+    if (err_) drain(err_.get(), output.err);
+    out_.reset();
+    err_.reset();
+    in_.reset();
+    reap_blocking();
+    return output;
+}
+
+}  // namespace wrenlink::process

@@ -1,0 +1,210 @@
+// The process runner against the stand-in tool: what the tool is given, what comes back, and
+// what a run leaves behind.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Wrenlink/Wrenlink.h"
+#include "Wrenlink/mac_special.h"
+#include "doubles/fake_adb_fixture.h"
+#include "runner/test_support.h"
+
+using wrenlink::test::adb_text;
+using wrenlink::test::Argv;
+using wrenlink::test::FakeAdb;
+
+namespace {
+
+Argv with_tool(Argv args) {
+    args.insert(args.begin(), FakeAdb::tool());
+    return args;
+}
+
+// A pattern of `fill`: 'A'..'Z' (or 'a'..'z') over and over.
+std::string filled(std::size_t n, char first) {
+    std::string text(n, '\0');
+    for (std::size_t i = 0; i < n; ++i) text[i] = static_cast<char>(first + i % 26);
+    return text;
+}
+
+TEST(AdbCommand, GivesTheToolTheArgumentsOfTheLine) {
+    FakeAdb adb;
+    for (const char *line : {" -s SER shell getprop ro.product.model", "", "   ", "a\"b c\"d\te  f",
+                             " -s S shell \"pm path x | grep package\"", "x \"odd  quote "}) {
+        adb_text(line);
+    }
+    const auto runs = adb.runs();
+    ASSERT_EQ(runs.size(), 6u);
+    EXPECT_EQ(runs[0], with_tool({"-s", "SER", "shell", "getprop", "ro.product.model"}));
+    // No token: the tool's own full path is its only argument.
+    EXPECT_EQ(runs[1], with_tool({FakeAdb::tool()}));
+    EXPECT_EQ(runs[2], with_tool({FakeAdb::tool()}));
+    EXPECT_EQ(runs[3], with_tool({"a b c", "d\te", "f"}));
+    EXPECT_EQ(runs[4], with_tool({"-s", "S", "shell", "pm path x | grep package"}));
+    EXPECT_EQ(runs[5], with_tool({"x", "odd  quote "}));
+}
+
+TEST(AdbCommand, JoinsStdoutBeforeStderrEachUpToItsFirstNul) {
+    FakeAdb adb;
+    // stderr is written first, and a NUL ends each stream's text; bytes above 0x7F stay.
+    adb.scenario(R"(always err "E1\n" sleep 20 out "\xff\xc3\xa9O1\0hidden" err "E2\0gone" out "more")");
+    EXPECT_EQ(adb_text(" x"), "\xff\xc3\xa9O1E1\nE2");
+}
+
+TEST(AdbCommand, CopiesByTheBufferRule) {
+    FakeAdb adb;
+    adb.scenario("args L7 out \"1234567\"\nargs L8 out \"12345678\"\nargs L9 out \"123456789\"\n");
+    constexpr int32_t kSize = 8;
+    auto copy = [](const char *line) {
+        std::string buffer(kSize + 4, '#');
+        EXPECT_EQ(AdbCommand(line, buffer.data(), kSize, true), 0);
+        return buffer;
+    };
+    EXPECT_EQ(copy(" L7"), std::string("1234567\0####", 12));  // S - 1: whole, with its terminator
+    EXPECT_EQ(copy(" L8"), "1234567#####");                   // S: S - 1 bytes, nothing else written
+    EXPECT_EQ(copy(" L9"), "1234567#####");
+    EXPECT_EQ(copy(" empty"), std::string("\0###########", 12));
+}
+
+TEST(AdbCommand, CollectsMegabytesFromBothStreamsAtOnce) {
+    FakeAdb adb;
+    constexpr std::size_t kMiB = 1024 * 1024;
+    adb.scenario("always fill 1048576 1048576");
+    const std::string text = wrenlink::run_adb(" big", true);
+    ASSERT_EQ(text.size(), 2 * kMiB);
+    EXPECT_TRUE(text == filled(kMiB, 'A') + filled(kMiB, 'a'));
+}
+
+TEST(AdbCommand, EndsWhenTheToolExitsThoughItsBackgroundChildHoldsThePipes) {
+    FakeAdb adb;
+    adb.scenario(R"(always out "before\n" linger err "after\n")");
+    EXPECT_EQ(adb_text(" start-server"), "before\nafter\n");
+
+    const auto records = adb.records();
+    const auto bg = std::find_if(records.begin(), records.end(), [](const auto &r) { return r.kind == "bg"; });
+    ASSERT_NE(bg, records.end());
+    // The run is over while the background child still holds the pipes.
+    EXPECT_TRUE(std::none_of(records.begin(), records.end(), [](const auto &r) { return r.kind == "bgend"; }));
+    ::kill(static_cast<pid_t>(std::stol(bg->words.at(0))), SIGKILL);
+}
+
+TEST(AdbCommand, NoWaitRunTerminatesTheToolAndGivesNoText) {
+    FakeAdb adb;
+    adb.scenario("args patient out \"early\\n\" sleep 30000\n"
+                 "args stubborn ignore-term out \"early\\n\" sleep 30000\n");
+    char output[wrenlink::kOutputSize];
+    std::memset(output, 'x', sizeof output);
+    EXPECT_EQ(AdbCommand(" patient", output, wrenlink::kOutputSize, false), 0);
+    EXPECT_EQ(output[0], '\0');
+    // One that ignores the terminate signal is killed all the same.
+    EXPECT_EQ(adb_text(" stubborn", false), "");
+
+    std::vector<std::string> kinds;
+    for (const auto &r : adb.records()) kinds.push_back(r.kind);
+    EXPECT_EQ(kinds, (std::vector<std::string>{"argv", "term", "argv"}));
+    EXPECT_FALSE(wrenlink::test::zombie_child_left());
+}
+
+TEST(AdbCommand, RunsFromManyThreadsOneAtATime) {
+    FakeAdb adb;
+    adb.scenario("always sleep 5");
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t) {
+        threads.emplace_back([t] {
+            for (int i = 0; i < 3; ++i) adb_text((" t" + std::to_string(t)).c_str());
+        });
+    }
+    for (auto &thread : threads) thread.join();
+
+    const auto records = adb.records();
+    ASSERT_EQ(records.size(), 48u);
+    for (std::size_t i = 0; i < records.size(); i += 2) {
+        // Every start is followed by the end of the same run, never by another start.
+        EXPECT_EQ(records[i].kind, "argv");
+        EXPECT_EQ(records[i + 1].kind, "exit");
+        EXPECT_EQ(records[i].pid, records[i + 1].pid);
+    }
+}
+
+TEST(AdbCommand, ToolGetsOnlyTheStandardDescriptors) {
+    FakeAdb adb;
+    adb.scenario("always fds");
+    // A descriptor of the host without close-on-exec.
+    const int stray = ::open("/dev/null", O_RDONLY);
+    ASSERT_GE(stray, 0);
+    adb_text(" x");
+    ::close(stray);
+    const auto records = adb.records();
+    const auto fds = std::find_if(records.begin(), records.end(), [](const auto &r) { return r.kind == "fds"; });
+    ASSERT_NE(fds, records.end());
+    EXPECT_EQ(fds->words, (std::vector<std::string>{"0", "1", "2"}));
+}
+
+TEST(AdbCommand, ThousandRunsLeaveNoDescriptorAndNoZombie) {
+    FakeAdb adb;
+    adb.scenario("always out \"ok\"");
+    adb_text(" warm-up");
+    const int before = wrenlink::test::open_descriptors();
+    int answered = 0;
+    for (int i = 0; i < 1000; ++i) answered += adb_text(" version") == "ok" ? 1 : 0;
+    EXPECT_EQ(answered, 1000);
+    EXPECT_EQ(wrenlink::test::open_descriptors(), before);
+    EXPECT_FALSE(wrenlink::test::zombie_child_left());
+}
+
+TEST(AdbShellCommand, FormsTheShellLineAndCopiesNonEmptyText) {
+    FakeAdb adb;
+    adb.scenario(R"(when "shell ls" out "a\nb\n")");
+    char output[wrenlink::kOutputSize] = {};
+    EXPECT_EQ(AdbShellCommand("SER", "ls -l /sdcard", output, true), 1);
+    EXPECT_STREQ(output, "a\nb\n");
+    EXPECT_EQ(adb.runs().back(), with_tool({"-s", "SER", "shell", "ls", "-l", "/sdcard"}));
+
+    // Empty text leaves the caller's buffer as it was.
+    std::memset(output, 'x', sizeof output);
+    EXPECT_EQ(AdbShellCommand("SER", "true", output, true), 1);
+    EXPECT_EQ(output[0], 'x');
+}
+
+TEST(AdbShellCommand, RunsNothingForNullsOrAnOverlongLine) {
+    FakeAdb adb;
+    char output[wrenlink::kOutputSize] = {};
+    EXPECT_EQ(AdbShellCommand(nullptr, nullptr, nullptr, true), -1);
+    EXPECT_EQ(AdbShellCommand(nullptr, "ls", output, true), -1);
+    EXPECT_EQ(AdbShellCommand("SER", nullptr, output, true), -1);
+    EXPECT_EQ(AdbShellCommand("SER", "ls", nullptr, true), -1);
+    // " -s " and " shell " take 11 of the 511 characters.
+    EXPECT_EQ(AdbShellCommand("SER", std::string(498, 'c').c_str(), output, true), -1);
+    EXPECT_TRUE(adb.runs().empty());
+    EXPECT_EQ(AdbShellCommand("SER", std::string(497, 'c').c_str(), output, true), 1);
+    EXPECT_EQ(adb.runs().size(), 1u);
+}
+
+TEST(Housekeeping, RestartAndForwardRunTheirLines) {
+    FakeAdb adb;
+    EXPECT_EQ(AdbRestartAdb(), 0);
+    EXPECT_EQ(AdbForward("SER", 5000, 4294967295u), 0);
+    EXPECT_EQ(AdbForward(nullptr, 1, 2), 0);
+    EXPECT_EQ(adb.runs(), (std::vector<Argv>{with_tool({"kill-server"}), with_tool({"start-server"}),
+                                             with_tool({"-s", "SER", "forward", "tcp:5000", "tcp:4294967295"})}));
+}
+
+TEST(Housekeeping, FullPathNamesTheToolPerThread) {
+    const char *path = AndGetAdbFullpath();
+    struct stat tool {}, built {};
+    ASSERT_EQ(::stat(path, &tool), 0) << path;
+    ASSERT_EQ(::stat(FakeAdb::built().c_str(), &built), 0);
+    EXPECT_EQ(tool.st_ino, built.st_ino);
+    const char *other = nullptr;
+    std::thread([&] { other = AndGetAdbFullpath(); }).join();
+    EXPECT_NE(other, path);  // each thread has its own text
+}
+
+}  // namespace
