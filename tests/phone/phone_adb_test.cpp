@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "Wrenlink/fd.h"
+#include "Wrenlink/platform.h"
 #include "phone_fixture.h"
 
 namespace wrenlink::test {
@@ -229,7 +230,7 @@ public:
                 request.append(buffer, static_cast<std::size_t>(n));
             }
             const std::string reply(request.rbegin(), request.rend());
-            ::send(c.get(), reply.data(), reply.size(), MSG_NOSIGNAL);
+            ::send(c.get(), reply.data(), reply.size(), platform::send_flags());
         });
     }
     ~ReversingListener() {
@@ -253,7 +254,7 @@ std::string exchange_through(unsigned port, const std::string &request, std::siz
     to.sin_port = htons(static_cast<uint16_t>(port));
     to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     if (::connect(c.get(), reinterpret_cast<sockaddr *>(&to), sizeof to) != 0) return "(no connection)";
-    if (!request.empty()) ::send(c.get(), request.data(), request.size(), MSG_NOSIGNAL);
+    if (!request.empty()) ::send(c.get(), request.data(), request.size(), platform::send_flags());
     std::string reply;
     char buffer[65536];
     while (reply.size() < reply_size || reply_size == 0) {

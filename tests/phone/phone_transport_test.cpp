@@ -9,6 +9,7 @@
 #include <string>
 
 #include "Wrenlink/fd.h"
+#include "Wrenlink/platform.h"
 #include "harness.h"
 
 namespace wrenlink::test {
@@ -56,7 +57,7 @@ public:
     }
     bool connected() const { return connected_; }
 
-    void send_raw(const std::string &bytes) { ::send(fd_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL); }
+    void send_raw(const std::string &bytes) { ::send(fd_.get(), bytes.data(), bytes.size(), platform::send_flags()); }
 
     void send(const char (&command)[5], uint32_t arg0, uint32_t arg1, const std::string &payload = {},
               std::optional<uint32_t> sum = std::nullopt) {
