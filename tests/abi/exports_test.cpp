@@ -46,38 +46,6 @@ const std::set<std::string> kExported = {
 // Names whose operations are still being built: they may be missing for now. Remove each name
 // here as its operation lands; when the library is complete this set is empty.
 const std::set<std::string> kPending = {
-    "AdbGetDevicesList",
-    "AdbGetPhoneList",
-    "AdbRereshDevInfo",
-    "AdbGetPhoneSoftVersion",
-    "AdbGetPhoneProductModel",
-    "AdbGetPhoneManufacture",
-    "AdbGetPhoneName",
-    "AdbRenameFile",
-    "AdbRemoveFile",
-    "AdbRemoveDirectory",
-    "AdbMakeDirectory",
-    "AdbPushFile",
-    "AdbPullFile",
-    "AdbPushFileEx",
-    "AdbPullFileEx",
-    "AdbGetFileInfo",
-    "AdbInstallPackage",
-    "AdbUninstallPackage",
-    "AdbListPackege3",
-    "AdbListPackegeSys",
-    "AdbCheckPackageApkExist",
-    "AdbCheckAppInstalled",
-    "AdbGetPackageProp",
-    "AdbGetTopActivity",
-    "AdbStartActivity",
-    "AdbForceStopApp",
-    "AdbStartService",
-    "AdbStopService",
-    "AdbSendBroadcast",
-    "AdbCaptureScreen",
-    "AdbGetFirstSDCardPath",
-    "AdbGetStorageFreespace",
 };
 
 // "ComLog::Log(char const*, ...)" -> "ComLog::Log"; "ComLog::appName[abi:cxx11]" -> "ComLog::appName".

@@ -122,11 +122,14 @@ void Scanner::run(UniqueFd listener) {
     } else {
         log_.say("scan: nobody connected to the event port; scan dropped");
     }
+    // The scan is over before its stream closes: whoever sees the close finds no scan running.
+    {
+        std::lock_guard lock(mutex_);
+        running_ = false;
+        paused_ = parked_ = false;
+        changed_.notify_all();
+    }
     events.reset();
-    std::lock_guard lock(mutex_);
-    running_ = false;
-    paused_ = parked_ = false;
-    changed_.notify_all();
 }
 
 UniqueFd Scanner::wait_for_library(int listener) {
