@@ -1,10 +1,8 @@
 #include "harness.h"
 
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #if defined(__linux__)
@@ -19,6 +17,7 @@
 
 #include "Wrenlink/fd.h"
 #include "Wrenlink/platform.h"
+#include "realadb/loopback_server.h"
 
 namespace wrenlink::test {
 
@@ -121,18 +120,6 @@ RunResult run_program(const std::vector<std::string> &argv, std::string_view inp
     result.status = wait_status(pid);
     result.output = out + err;
     return result;
-}
-
-unsigned free_loopback_port() {
-    UniqueFd fd(platform::tcp_socket());
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    if (::bind(fd.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
-        ::getsockname(fd.get(), reinterpret_cast<sockaddr *>(&address), &size) != 0)
-        return 0;
-    return ntohs(address.sin_port);
 }
 
 // ---- PhoneProcess ----------------------------------------------------------------------------

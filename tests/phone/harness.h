@@ -84,7 +84,4 @@ private:
     bool started_ = false;
 };
 
-// A free loopback TCP port, as the kernel hands them out for port 0.
-unsigned free_loopback_port();
-
 }  // namespace wrenlink::test

@@ -1,6 +1,4 @@
 // Debian's adb against simulated phones: what the library's command lines will meet.
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -11,6 +9,7 @@
 #include "Wrenlink/fd.h"
 #include "Wrenlink/platform.h"
 #include "phone_fixture.h"
+#include "realadb/loopback_server.h"
 
 namespace wrenlink::test {
 namespace {
@@ -212,9 +211,7 @@ TEST_F(PhoneAdbTest, FileCommandsKeepTheShellUserOutOfSystemPlaces) {
 class ReversingListener {
 public:
     explicit ReversingListener(std::size_t request_size) : fd_(::socket(AF_INET, SOCK_STREAM, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        sockaddr_in address = loopback(0);
         socklen_t size = sizeof address;
         ::bind(fd_.get(), reinterpret_cast<sockaddr *>(&address), sizeof address);
         ::listen(fd_.get(), 1);
@@ -249,11 +246,8 @@ std::string exchange_through(unsigned port, const std::string &request, std::siz
     UniqueFd c(::socket(AF_INET, SOCK_STREAM, 0));
     const timeval limit{20, 0};
     ::setsockopt(c.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-    sockaddr_in to{};
-    to.sin_family = AF_INET;
-    to.sin_port = htons(static_cast<uint16_t>(port));
-    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (::connect(c.get(), reinterpret_cast<sockaddr *>(&to), sizeof to) != 0) return "(no connection)";
+    const sockaddr_in to = loopback(static_cast<uint16_t>(port));
+    if (::connect(c.get(), reinterpret_cast<const sockaddr *>(&to), sizeof to) != 0) return "(no connection)";
     if (!request.empty()) ::send(c.get(), request.data(), request.size(), platform::send_flags());
     std::string reply;
     char buffer[65536];

@@ -1,7 +1,6 @@
 // The phone's side of adb's transport, spoken to byte by byte as a server would (and as a broken
 // one might). No adb needed.
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -11,6 +10,7 @@
 #include "Wrenlink/fd.h"
 #include "Wrenlink/platform.h"
 #include "harness.h"
+#include "realadb/loopback_server.h"
 
 namespace wrenlink::test {
 namespace {
@@ -49,11 +49,8 @@ public:
     explicit RawServer(unsigned port) : fd_(::socket(AF_INET, SOCK_STREAM, 0)) {
         const timeval limit{15, 0};
         ::setsockopt(fd_.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-        sockaddr_in to{};
-        to.sin_family = AF_INET;
-        to.sin_port = htons(static_cast<uint16_t>(port));
-        to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        connected_ = ::connect(fd_.get(), reinterpret_cast<sockaddr *>(&to), sizeof to) == 0;
+        const sockaddr_in to = loopback(static_cast<uint16_t>(port));
+        connected_ = ::connect(fd_.get(), reinterpret_cast<const sockaddr *>(&to), sizeof to) == 0;
     }
     bool connected() const { return connected_; }
 
