@@ -70,6 +70,8 @@ double leading_double(std::string_view text) noexcept {
         format = std::chars_format::hex;
         i += 2;
     }
+    // from_chars would take a minus sign of its own; to atof a second sign is no number.
+    if (i < text.size() && (text[i] == '+' || text[i] == '-')) return 0.0;
     double value = 0.0;
     const auto [end, error] = std::from_chars(text.data() + i, text.data() + text.size(), value, format);
     if (error != std::errc{}) value = 0.0;

@@ -204,6 +204,10 @@ TEST(StorageText, ConvertSpaceStrToValueWorkedValues) {
         {"8589934592.0G", 9223372036854775808ull},  // 2^63: the top bit survives
         {"17179869184G", 0},                              // 2^64 wraps in the whole-number reading
         {"1.0e30G", 0},                                   // no count holds it
+        {"--1.1.", 0},  // to atof a second sign, or one behind "0x", is no number
+        {"+-1.5G", 0},
+        {"0x-1.8M", 0},
+        {"-0x1.8p1M", static_cast<uint64_t>(-3 * 1048576ll)},  // negative values wrap
     };
     for (const auto &c : cases) EXPECT_EQ(ConvertSpaceStrToValue(c.text), c.bytes) << c.text;
 }
