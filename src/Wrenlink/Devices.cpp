@@ -8,6 +8,7 @@
 #include "Wrenlink/ComLog.h"
 #include "Wrenlink/boundary.h"
 #include "Wrenlink/device_run.h"
+#include "Wrenlink/malloc_block.h"
 
 using namespace wrenlink;
 
@@ -84,17 +85,21 @@ int32_t AdbGetDevicesList(char *output) {
 int32_t AdbGetPhoneList(PhoneInfo **phones, uint32_t *count) {
     ComLog::Log("%s Enter...\r\n", __func__);
     if (phones == nullptr || count == nullptr) return 0;
+    // The caller holds no array until it is whole: one that runs out of memory on the way hands
+    // over none and frees what it made.
+    *phones = nullptr;
+    *count = 0;
     return guarded<int32_t>(0, [&] {
         ToolOutput out;
         const std::string_view text = run_tool(format_command("%s devices", ""), out);
         const std::vector<PhoneLine> listed = listed_phones(text);
         // One record per line feed: every phone line has one before it.
         const auto lineFeeds = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
-        auto *array = static_cast<PhoneInfo *>(std::calloc(lineFeeds, sizeof(PhoneInfo)));
+        MallocBlock<PhoneInfo> array(static_cast<PhoneInfo *>(std::calloc(lineFeeds, sizeof(PhoneInfo))));
         std::size_t filled = 0;
-        if (array != nullptr) {
+        if (array) {
             for (const PhoneLine &line : listed) {
-                PhoneInfo &phone = array[filled++];
+                PhoneInfo &phone = array.get()[filled++];
                 phone.present = 1;
                 store_serial(phone, line.serial);
                 phone.authorized = line.authorized ? 1 : 0;
@@ -102,8 +107,8 @@ int32_t AdbGetPhoneList(PhoneInfo **phones, uint32_t *count) {
                 if (line.authorized) read_properties(std::string(line.serial), phone);
             }
         }
-        *phones = array;
         *count = static_cast<uint32_t>(filled);
+        *phones = array.release();
         return 0;
     });
 }

@@ -116,7 +116,7 @@ AgentStatus control(NetConnection *conn, const std::string &packet) {
 
 void run_scan(NetConnection *conn, NDDFoundItemCallback onFoundItem, NDDCodeCallback onCode,
               NDDProgressCallback onProgress, uint64_t userValue) {
-    std::unique_ptr<ScanArgs, FreeDeleter> args(static_cast<ScanArgs *>(std::malloc(sizeof(ScanArgs))));
+    MallocBlock<ScanArgs> args(static_cast<ScanArgs *>(std::malloc(sizeof(ScanArgs))));
     if (!args) {
         if (onCode) onCode(kStreamBroken, userValue);
         return;

@@ -6,6 +6,7 @@
 #include "Wrenlink/ComLog.h"
 #include "Wrenlink/boundary.h"
 #include "Wrenlink/device_run.h"
+#include "Wrenlink/malloc_block.h"
 
 using namespace wrenlink;
 
@@ -31,16 +32,15 @@ int32_t judge_package_run(const char *name, const Line &line) {
 
 int32_t list_packages(const char *serial, const char *shellText, char **text, uint32_t *length) {
     if (serial == nullptr || text == nullptr || length == nullptr) return 0;
-    auto *block = static_cast<char *>(std::malloc(kPackageListBlockSize));
-    if (block == nullptr) {
-        *text = nullptr;
-        *length = 0;
-        return 0;
-    }
-    block[0] = '\0';  // the shell leaves the block alone when the phone printed nothing
-    const std::size_t size = run_shell(serial, Line(shellText), block).size();
-    *text = block;
+    // No block is handed over unless it holds the list: without memory the caller gets none.
+    *text = nullptr;
+    *length = 0;
+    MallocBlock<char> block(static_cast<char *>(std::malloc(kPackageListBlockSize)));
+    if (!block) return 0;
+    block.get()[0] = '\0';  // the shell leaves the block alone when the phone printed nothing
+    const std::size_t size = run_shell(serial, Line(shellText), block.get()).size();
     *length = static_cast<uint32_t>(size);
+    *text = block.release();
     return 0;
 }
 

@@ -12,13 +12,12 @@
 
 #include "Wrenlink/NetConnection.h"
 #include "Wrenlink/Wrenlink.h"
+#include "Wrenlink/malloc_block.h"
 #include "Wrenlink/wire.h"
 
 namespace wrenlink::agent {
 
-struct FreeDeleter {
-    void operator()(void *block) const noexcept { std::free(block); }
-};
+using wrenlink::MallocBlock;
 
 // errno after a failed send or receive. NetConnectionSend and NetConnectionRecv always leave a
 // reason (ECONNRESET for a closed stream), but a failed exchange must never read as success, so
@@ -30,7 +29,7 @@ bool receive_header(NetConnection *conn, wire::PacketHeader &header) noexcept;
 
 // A reply payload in one malloc block of exactly `size` bytes (no block when `size` is 0).
 struct Payload {
-    std::unique_ptr<unsigned char, FreeDeleter> bytes;
+    MallocBlock<unsigned char> bytes;
     uint32_t size = 0;
     const unsigned char *data() const noexcept { return bytes.get(); }
 };

@@ -13,6 +13,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <new>
 #include <string>
 #include <vector>
@@ -309,6 +310,116 @@ on ls out "listing")S");
                   return true;
               }),
               0);
+    wrenlink::pauses::restore();
+    EXPECT_EQ(open_descriptors(), descriptors);
+    EXPECT_FALSE(zombie_child_left());
+}
+
+// The device operations over one phone. Whatever fails, a result of the operation's family comes
+// back, and what it hands over is either whole or not there at all.
+TEST(AllocationFailure, DeviceEntryPoints) {
+    FakeAdb adb;
+    adb.scenario(R"S(args devices out "List of devices attached\nSER\tdevice\n\n"
+when "ro.build.version.release" out "14\n"
+when "ro.product.manufacturer" out "Wren\n"
+when "ro.product.model" out "One\n"
+when "list packages -3" out "package:com.a\n"
+when "list packages |" out "package:com.a\n"
+when "dumpsys package" out "versionName=1.0\n"
+when dumpsys out "ActivityRecord{1 u0 com.a/.Main t1}\n"
+when "am start" out "Starting: Intent { cmp=com.a/.Main }\n"
+when "df " out "/data 10G 4G 6G 40% /data\n"
+prompt "# ")S");
+    wrenlink::pauses::shorten(1ms);
+    const int descriptors = open_descriptors();
+    auto text = [](const char *buffer) { return std::string(buffer, strnlen(buffer, kOutput)); };
+    const struct {
+        const char *name;
+        std::function<bool()> run;
+    } operations[] = {
+        {"AdbGetDevicesList", [&] {
+             char out[kOutput] = {};
+             const int32_t r = AdbGetDevicesList(out);
+             return (r == 0 && text(out) == "SER-author;") || (r == -1 && text(out).empty());
+         }},
+        {"AdbGetPhoneList", [&] {
+             PhoneInfo *phones = reinterpret_cast<PhoneInfo *>(0x1);
+             uint32_t count = 99;
+             const int32_t r = AdbGetPhoneList(&phones, &count);
+             const Quiet quiet;
+             if (phones == reinterpret_cast<PhoneInfo *>(0x1)) return false;  // always stored
+             const bool whole = phones != nullptr && count == 1 && std::strcmp(phones[0].serial, "SER") == 0 &&
+                                std::strcmp(phones[0].productModel, "One") == 0;
+             const bool none = phones == nullptr && count == 0;
+             WrenlinkFree(phones);
+             return r == 0 && (whole || none);
+         }},
+        {"AdbRereshDevInfo", [&] {
+             PhoneInfo phone{};
+             std::strcpy(phone.serial, "SER");
+             const int32_t r = AdbRereshDevInfo(&phone);
+             return r == 0 || r == 1;
+         }},
+        {"AdbGetPhoneProductModel", [&] {
+             char field[32] = {};
+             const int32_t r = AdbGetPhoneProductModel("SER", field);
+             return (r == 0 && (text(field) == "One" || text(field).empty())) || r == -1;
+         }},
+        {"AdbRemoveFile", [] {
+             const int32_t r = AdbRemoveFile("SER", "/x");
+             return r == 0 || r == -1;
+         }},
+        {"AdbPullFile", [] {
+             const int32_t r = AdbPullFile("SER", "/x", "/tmp/never-written");
+             return r == 0 || r == -1;
+         }},
+        {"AdbInstallPackage", [] {
+             const int32_t r = AdbInstallPackage("SER", "/tmp/a.apk");
+             return r == 1 || r == -1;
+         }},
+        {"AdbListPackege3", [&] {
+             char *list = reinterpret_cast<char *>(0x1);
+             uint32_t length = 99;
+             const int32_t r = AdbListPackege3("SER", &list, &length);
+             const Quiet quiet;
+             if (list == reinterpret_cast<char *>(0x1)) return false;  // always stored
+             // The list, or (a run that failed inside reads as one that printed nothing) an empty
+             // one, or none at all.
+             const bool whole = list != nullptr && text(list) == "package:com.a\n" && length == 14;
+             const bool empty = list != nullptr && text(list).empty() && length == 0;
+             const bool none = list == nullptr && length == 0;
+             WrenlinkFree(list);
+             return r == 0 && (whole || empty || none);
+         }},
+        {"AdbCheckAppInstalled", [] {
+             uint8_t installed = 0;
+             return AdbCheckAppInstalled("SER", "com.a", &installed) == 0 && installed <= 1;
+         }},
+        {"AdbGetPackageProp", [&] {
+             char value[kOutput] = {};
+             const int32_t r = AdbGetPackageProp("SER", "com.a", "versionName=", value);
+             return (r == 0 && (text(value) == "1.0" || text(value).empty())) || r == -2;
+         }},
+        {"AdbGetTopActivity", [&] {
+             char name[kOutput] = {};
+             const int32_t r = AdbGetTopActivity("SER", name);
+             return (r == 0 && text(name) == "com.a/.Main") || (r == -1 && text(name).empty());
+         }},
+        {"AdbStartActivity", [] {
+             const int32_t r = AdbStartActivity("SER", "com.a/.Main");
+             return r == 0 || r == -1;
+         }},
+        {"AdbGetFirstSDCardPath", [&] {
+             char path[16] = {};
+             return AdbGetFirstSDCardPath("SER", path) == 0;
+         }},
+        {"AdbGetStorageFreespace", [] {
+             uint64_t bytes = 0;
+             const int32_t r = AdbGetStorageFreespace("SER", "/data", &bytes);
+             return (r == 0 && (bytes == 6ull << 30 || bytes == 0)) || r == -2;
+         }},
+    };
+    for (const auto &op : operations) EXPECT_GT(with_each_allocation_failing(op.name, op.run), 0) << op.name;
     wrenlink::pauses::restore();
     EXPECT_EQ(open_descriptors(), descriptors);
     EXPECT_FALSE(zombie_child_left());
