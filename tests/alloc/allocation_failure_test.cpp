@@ -6,9 +6,10 @@
 //
 // This binary alone replaces the allocator: the static core's calls of malloc, calloc and
 // realloc are wrapped by the linker (--wrap), and operator new is replaced. Only allocations of
-// the test's own thread, between arm() and disarm(), can fail.
+// the test's own thread can fail, and only while a call is under way.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
@@ -84,22 +85,29 @@ private:
     long saved_;
 };
 
-// Calls `call` with allocation n failing, for n = 0, 1, 2 ... until a call has made all its
-// allocations before the n-th. `call` returns whether its outcome was one of the allowed ones,
-// judged after the allocator is quiet again. Gives the number of calls in which one failed.
-template <class Call>
-int with_each_allocation_failing(const char *name, Call call) {
-    int injected = 0;
-    for (long n = 0;; ++n) {
-        g_untilFailure = n;
-        const bool allowed = call();
-        const bool failed = g_untilFailure < 0;
-        g_untilFailure = -1;
-        EXPECT_TRUE(allowed) << name << " with allocation " << n << (failed ? " failing" : " (none failed)");
-        if (!failed) return injected;
-        ++injected;
+// An entry point called with allocation n failing, for n = 0, 1, 2 ... until a call has made all
+// its allocations before the n-th. `run` tells whether the outcome is one of those allowed (it
+// judges and cleans up under Quiet). Every case must meet at least one failure.
+struct Case {
+    const char *name;
+    std::function<bool()> run;
+};
+
+void run_with_each_allocation_failing(const std::vector<Case> &cases) {
+    for (const Case &c : cases) {
+        long n = 0;
+        for (bool failed = true; failed; ++n) {
+            g_untilFailure = n;
+            const bool allowed = c.run();
+            failed = g_untilFailure < 0;
+            g_untilFailure = -1;
+            EXPECT_TRUE(allowed) << c.name << " with allocation " << n << (failed ? " failing" : " (none failed)");
+        }
+        EXPECT_GT(n, 1) << c.name << " made no allocation";
     }
 }
+
+std::string text_of(const char *buffer, std::size_t size = 2048) { return std::string(buffer, strnlen(buffer, size)); }
 
 // The agent answers every request well, by its opcode.
 std::optional<std::string> serve(const Request &r) {
@@ -117,114 +125,18 @@ std::optional<std::string> serve(const Request &r) {
 void free_list(__MediaBean *record) {
     while (record != nullptr) {
         __MediaBean *next = record->next;
-        WrenlinkFree(record->text1);
-        WrenlinkFree(record->text2);
-        WrenlinkFree(record->text3);
+        for (char *text : {record->text1, record->text2, record->text3}) WrenlinkFree(text);
         WrenlinkFree(record);
         record = next;
     }
 }
 
-NFCFileRef *open_handle(NetConnection *conn) {
-    NFCFileRef *ref = nullptr;
-    EXPECT_EQ(NFCFileRefOpen(conn, "/f", "r+", &ref), 0u);
-    return ref;
-}
-
 constexpr auto kNoMemory = static_cast<AgentStatus>(ENOMEM);
-constexpr int32_t kOutput = 2048;
-
-}  // namespace
-
-TEST(AllocationFailure, AgentEntryPoints) {
-    ScriptedAgent agent;
-    agent.add(Script().serve(serve));
-    with_each_allocation_failing("NetConnectionOpen", [&] {
-        NetConnection *c = NetConnectionOpen("127.0.0.1", agent.port());
-        const Quiet quiet;
-        if (c != nullptr) NetConnectionClose(c);
-        return true;  // null or a handle, both fine; nothing may throw or leak
-    });
-    NetConnection *conn = NetConnectionOpen("127.0.0.1", agent.port());
-    ASSERT_NE(conn, nullptr);
-    auto ok_or_no_memory = [](AgentStatus r) { return r == 0 || r == kNoMemory; };
-
-    EXPECT_GT(with_each_allocation_failing("TestPing", [&] {
-                  const int32_t r = TestPing(conn);
-                  return r == 0 || r == -2;
-              }),
-              0);
-    EXPECT_GT(with_each_allocation_failing("NMCListImages", [&] {
-                  __MediaBean head{};
-                  uint32_t count = 99;
-                  const AgentStatus r = NMCListImages(conn, &head, &count);
-                  const Quiet quiet;
-                  free_list(head.next);
-                  return (r == 0 && count == 2) || (r == kNoMemory && count == 99 && head.next == nullptr);
-              }),
-              0);
-    const struct {
-        const char *name;
-        AgentStatus (*run)(NetConnection *, const char *);
-    } textOperations[] = {{"NMCAddImage", NMCAddImage},           {"NMCDelMusic", NMCDelMusic},
-                          {"NFCFileRefDelete", NFCFileRefDelete}, {"NFCFileRefMkDir", NFCFileRefMkDir},
-                          {"NFCFileRefAccess", NFCFileRefAccess}, {"NDDEraseFile", NDDEraseFile}};
-    for (const auto &op : textOperations) {
-        EXPECT_GT(with_each_allocation_failing(op.name, [&] { return ok_or_no_memory(op.run(conn, "/x")); }), 0);
-    }
-    EXPECT_GT(with_each_allocation_failing("NDDStopScan", [&] { return ok_or_no_memory(NDDStopScan(conn)); }), 0);
-    EXPECT_GT(with_each_allocation_failing("NFCFileRefOpen", [&] {
-                  NFCFileRef *ref = reinterpret_cast<NFCFileRef *>(0x1);
-                  const AgentStatus r = NFCFileRefOpen(conn, "/f", "r", &ref);
-                  const Quiet quiet;
-                  if (ref != nullptr) NFCFileRefClose(conn, ref);
-                  return (r == 0 && ref != nullptr) || (r == kNoMemory && ref == nullptr);
-              }),
-              0);
-
-    NFCFileRef *ref = open_handle(conn);
-    EXPECT_GT(with_each_allocation_failing("NFCFileRefRead", [&] {
-                  char buffer[8] = {};
-                  int32_t length = sizeof buffer;
-                  const AgentStatus r = NFCFileRefRead(conn, ref, buffer, &length);
-                  return (r == 0 && length == 8 && std::memcmp(buffer, "12345678", 8) == 0) ||
-                         (r == kNoMemory && length == 8);
-              }),
-              0);
-    EXPECT_GT(with_each_allocation_failing("NFCFileRefWrite",
-                                           [&] { return ok_or_no_memory(NFCFileRefWrite(conn, ref, "ab", 2)); }),
-              0);
-    EXPECT_GT(with_each_allocation_failing("NFCFileRefTell", [&] {
-                  int64_t at = -1;
-                  const AgentStatus r = NFCFileRefTell(conn, ref, &at);
-                  return (r == 0 && at == 42) || (r == kNoMemory && at == -1);
-              }),
-              0);
-    EXPECT_GT(with_each_allocation_failing("NFCFileRefSeek",
-                                           [&] { return ok_or_no_memory(NFCFileRefSeek(conn, ref, 5, 0)); }),
-              0);
-    EXPECT_EQ(NFCFileRefClose(conn, ref), 0u);
-    // A close past its gate has released the handle whatever it returns.
-    EXPECT_GT(with_each_allocation_failing("NFCFileRefClose", [&] {
-                  NFCFileRef *handle = nullptr;
-                  {
-                      const Quiet quiet;
-                      handle = open_handle(conn);
-                  }
-                  return ok_or_no_memory(NFCFileRefClose(conn, handle));
-              }),
-              0);
-    EXPECT_EQ(conn->fileError + conn->sendError, 0);
-    EXPECT_EQ(TestPing(conn), 0);  // the stream is still in step
-    NetConnectionClose(conn);
-    EXPECT_EQ(agent.failures(), "");
-}
-
-namespace {
+bool ok_or_no_memory(AgentStatus r) { return r == 0 || r == kNoMemory; }
 
 using Said = std::vector<std::string>;
 
-// The callbacks record with the allocator quiet: their allocations are the test's, not the scan's.
+// The scan's callbacks record with the allocator quiet: their allocations are the test's.
 void on_item(const char *item, uint64_t said) {
     const Quiet quiet;
     reinterpret_cast<Said *>(said)->push_back(item);
@@ -234,92 +146,159 @@ void on_code(uint32_t code, uint64_t said) {
     reinterpret_cast<Said *>(said)->push_back("code:" + std::to_string(code));
 }
 
+// For the adb half: the pauses of the no-wait run and the root shell shortened, and the
+// process's descriptors and children the same afterwards.
+class AdbHalf : public ::testing::Test {
+protected:
+    void SetUp() override {
+        wrenlink::pauses::shorten(1ms);
+        descriptors_ = open_descriptors();
+    }
+    void TearDown() override {
+        wrenlink::pauses::restore();
+        EXPECT_EQ(open_descriptors(), descriptors_);
+        EXPECT_FALSE(zombie_child_left());
+    }
+    FakeAdb adb_;
+
+private:
+    int descriptors_ = 0;
+};
+
 }  // namespace
 
-// A scan that can't be followed (no block for its arguments, its connection or its buffer) tells
-// code 22, as a stream that ends at once.
-TEST(AllocationFailure, Scan) {
-    ScriptedAgent control, events(10244);
-    control.add(Script().serve([](const Request &) { return reply(0); }));
+// A failed allocation never leaves the stream out of step: the next call on the same connection
+// reads its own reply. A scan that can't be followed (no block for its arguments, its connection
+// or its buffer) tells code 22, as a stream that ends at once.
+TEST(AllocationFailure, AgentEntryPoints) {
+    ScriptedAgent agent, events(10244);
+    agent.add(Script().serve(serve));
     events.add(Script().expect(std::string(4, '\0')).send(event(207, "item") + event(206, le32(0))));
-    NetConnection *conn = NetConnectionOpen("127.0.0.1", control.port());
+    NetConnection *conn = NetConnectionOpen("127.0.0.1", agent.port());
     ASSERT_NE(conn, nullptr);
-    EXPECT_GT(with_each_allocation_failing("NDDStartScan", [&] {
-                  Said said;
-                  const AgentStatus r = NDDStartScan(conn, nullptr, on_item, on_code, nullptr, reinterpret_cast<uint64_t>(&said));
-                  const Quiet quiet;
-                  return (r == 0 && said == Said{"item", "code:0"}) || (r == 0 && said == Said{"code:22"}) ||
-                         (r == kNoMemory && said.empty());
-              }),
-              0);
-    EXPECT_EQ(conn->sendError, 0);
+    NFCFileRef *ref = nullptr;
+    ASSERT_EQ(NFCFileRefOpen(conn, "/f", "r+", &ref), 0u);
+    auto text_operation = [&](const char *name, AgentStatus (*op)(NetConnection *, const char *)) {
+        return Case{name, [=] { return ok_or_no_memory(op(conn, "/x")); }};
+    };
+    run_with_each_allocation_failing({
+        {"NetConnectionOpen", [&] {
+             NetConnection *c = NetConnectionOpen("127.0.0.1", agent.port());
+             const Quiet quiet;
+             NetConnectionClose(c);  // null or a handle, both fine
+             return true;
+         }},
+        {"TestPing", [&] {
+             const int32_t r = TestPing(conn);
+             return r == 0 || r == -2;
+         }},
+        {"NMCListImages", [&] {
+             __MediaBean head{};
+             uint32_t count = 99;
+             const AgentStatus r = NMCListImages(conn, &head, &count);
+             const Quiet quiet;
+             free_list(head.next);
+             return (r == 0 && count == 2) || (r == kNoMemory && count == 99 && head.next == nullptr);
+         }},
+        text_operation("NMCAddImage", NMCAddImage),
+        text_operation("NMCDelMusic", NMCDelMusic),
+        text_operation("NFCFileRefDelete", NFCFileRefDelete),
+        text_operation("NFCFileRefMkDir", NFCFileRefMkDir),
+        text_operation("NFCFileRefAccess", NFCFileRefAccess),
+        text_operation("NDDEraseFile", NDDEraseFile),
+        {"NDDStopScan", [&] { return ok_or_no_memory(NDDStopScan(conn)); }},
+        {"NDDStartScan", [&] {
+             Said said;
+             const AgentStatus r = NDDStartScan(conn, nullptr, on_item, on_code, nullptr, reinterpret_cast<uint64_t>(&said));
+             const Quiet quiet;
+             return (r == 0 && said == Said{"item", "code:0"}) || (r == 0 && said == Said{"code:22"}) ||
+                    (r == kNoMemory && said.empty());
+         }},
+        {"NFCFileRefOpen", [&] {
+             NFCFileRef *opened = reinterpret_cast<NFCFileRef *>(0x1);
+             const AgentStatus r = NFCFileRefOpen(conn, "/f", "r", &opened);
+             const Quiet quiet;
+             if (opened != nullptr) NFCFileRefClose(conn, opened);
+             return (r == 0 && opened != nullptr) || (r == kNoMemory && opened == nullptr);
+         }},
+        {"NFCFileRefRead", [&] {
+             char buffer[8] = {};
+             int32_t length = sizeof buffer;
+             const AgentStatus r = NFCFileRefRead(conn, ref, buffer, &length);
+             return (r == 0 && std::string(buffer, 8) == "12345678") || (r == kNoMemory && length == 8);
+         }},
+        {"NFCFileRefWrite", [&] { return ok_or_no_memory(NFCFileRefWrite(conn, ref, "ab", 2)); }},
+        {"NFCFileRefTell", [&] {
+             int64_t at = -1;
+             const AgentStatus r = NFCFileRefTell(conn, ref, &at);
+             return (r == 0 && at == 42) || (r == kNoMemory && at == -1);
+         }},
+        {"NFCFileRefSeek", [&] { return ok_or_no_memory(NFCFileRefSeek(conn, ref, 5, 0)); }},
+        // A close past its gate has released the handle whatever it returns (LeakSanitizer).
+        {"NFCFileRefClose", [&] {
+             NFCFileRef *handle = nullptr;
+             {
+                 const Quiet quiet;
+                 NFCFileRefOpen(conn, "/f", "r", &handle);
+             }
+             return ok_or_no_memory(NFCFileRefClose(conn, handle));
+         }},
+    });
+    EXPECT_EQ(NFCFileRefClose(conn, ref), 0u);
+    EXPECT_EQ(conn->fileError + conn->sendError, 0);
+    EXPECT_EQ(TestPing(conn), 0);
     NetConnectionClose(conn);
+    EXPECT_EQ(agent.failures(), "");
 }
 
-TEST(AllocationFailure, AdbEntryPoints) {
-    FakeAdb adb;
-    adb.scenario(R"S(args x out "ok"
+TEST_F(AdbHalf, RunnerEntryPoints) {
+    adb_.scenario(R"S(args x out "ok"
 when "shell echo" out "echoed"
 when "shell id" out "uid=0(root)"
 prompt "# "
 on ls out "listing")S");
-    wrenlink::pauses::shorten(1ms);
-    const int descriptors = open_descriptors();
-    auto text = [](const char *buffer) { return std::string(buffer, strnlen(buffer, kOutput)); };
-
-    EXPECT_GT(with_each_allocation_failing("AdbCommand", [&] {
-                  char out[kOutput] = {};
-                  const int32_t r = AdbCommand(" x", out, kOutput, true);
-                  return r == 0 && (text(out) == "ok" || text(out).empty());
-              }),
-              0);
-    EXPECT_GT(with_each_allocation_failing("AdbCommand without waiting", [&] {
-                  char out[kOutput] = {};
-                  return AdbCommand(" x", out, kOutput, false) == 0 && text(out).empty();
-              }),
-              0);
-    EXPECT_GT(with_each_allocation_failing("AdbShellCommand", [&] {
-                  char out[kOutput] = {};
-                  const int32_t r = AdbShellCommand("S", "echo", out, true);
-                  return (r == 1 && (text(out) == "echoed" || text(out).empty())) || (r == -1 && text(out).empty());
-              }),
-              0);
-    EXPECT_GT(with_each_allocation_failing("AdbRootShell", [&] {
-                  char out[kOutput] = {};
-                  return AdbRootShell(nullptr, "ls\n", out) == 0 && (text(out).rfind("listing", 0) == 0 || text(out).empty());
-              }),
-              0);
-    EXPECT_GT(with_each_allocation_failing("AdbIsAdbRoot", [&] {
-                  uint8_t isRoot = 7;
-                  const int32_t r = AdbIsAdbRoot("S", &isRoot);
-                  return (r == 0 && (isRoot == 1 || isRoot == 0)) || (r == -1 && isRoot == 7);
-              }),
-              0);
-    EXPECT_GT(with_each_allocation_failing("AdbForward", [] { return AdbForward("S", 1, 2) == 0; }), 0);
-    EXPECT_GT(with_each_allocation_failing("AdbRestartAdb", [] { return AdbRestartAdb() == 0; }), 0);
     const std::string tool = FakeAdb::tool();
-    EXPECT_GT(with_each_allocation_failing("AndGetAdbFullpath", [&] {
-                  const char *path = AndGetAdbFullpath();
-                  const Quiet quiet;
-                  return path == tool || std::string(path).empty();
-              }),
-              0);
-    EXPECT_GT(with_each_allocation_failing("WrenlinkMalloc", [] {
-                  void *block = WrenlinkMalloc(16);
-                  WrenlinkFree(block);
-                  return true;
-              }),
-              0);
-    wrenlink::pauses::restore();
-    EXPECT_EQ(open_descriptors(), descriptors);
-    EXPECT_FALSE(zombie_child_left());
+    run_with_each_allocation_failing({
+        {"AdbCommand", [] {
+             char out[2048] = {};
+             return AdbCommand(" x", out, sizeof out, true) == 0 && (text_of(out) == "ok" || text_of(out).empty());
+         }},
+        {"AdbCommand without waiting", [] {
+             char out[2048] = {};
+             return AdbCommand(" x", out, sizeof out, false) == 0 && text_of(out).empty();
+         }},
+        {"AdbShellCommand", [] {
+             char out[2048] = {};
+             const int32_t r = AdbShellCommand("S", "echo", out, true);
+             return (r == 1 && (text_of(out) == "echoed" || text_of(out).empty())) || (r == -1 && text_of(out).empty());
+         }},
+        {"AdbRootShell", [] {
+             char out[2048] = {};
+             return AdbRootShell(nullptr, "ls\n", out) == 0 && (text_of(out).rfind("listing", 0) == 0 || text_of(out).empty());
+         }},
+        {"AdbIsAdbRoot", [] {
+             uint8_t isRoot = 7;
+             const int32_t r = AdbIsAdbRoot("S", &isRoot);
+             return (r == 0 && isRoot <= 1) || (r == -1 && isRoot == 7);
+         }},
+        {"AdbForward", [] { return AdbForward("S", 1, 2) == 0; }},
+        {"AdbRestartAdb", [] { return AdbRestartAdb() == 0; }},
+        {"AndGetAdbFullpath", [&] {
+             const char *path = AndGetAdbFullpath();
+             const Quiet quiet;
+             return path == tool || std::string(path).empty();
+         }},
+        {"WrenlinkMalloc", [] {
+             WrenlinkFree(WrenlinkMalloc(16));
+             return true;
+         }},
+    });
 }
 
-// The device operations over one phone. Whatever fails, a result of the operation's family comes
-// back, and what it hands over is either whole or not there at all.
-TEST(AllocationFailure, DeviceEntryPoints) {
-    FakeAdb adb;
-    adb.scenario(R"S(args devices out "List of devices attached\nSER\tdevice\n\n"
+// The device operations over one phone: a result of the operation's family, and what is handed
+// over either whole or not there at all.
+TEST_F(AdbHalf, DeviceEntryPoints) {
+    adb_.scenario(R"S(args devices out "List of devices attached\nSER\tdevice\n\n"
 when "ro.build.version.release" out "14\n"
 when "ro.product.manufacturer" out "Wren\n"
 when "ro.product.model" out "One\n"
@@ -330,26 +309,23 @@ when dumpsys out "ActivityRecord{1 u0 com.a/.Main t1}\n"
 when "am start" out "Starting: Intent { cmp=com.a/.Main }\n"
 when "df " out "/data 10G 4G 6G 40% /data\n"
 prompt "# ")S");
-    wrenlink::pauses::shorten(1ms);
-    const int descriptors = open_descriptors();
-    auto text = [](const char *buffer) { return std::string(buffer, strnlen(buffer, kOutput)); };
-    const struct {
-        const char *name;
-        std::function<bool()> run;
-    } operations[] = {
-        {"AdbGetDevicesList", [&] {
-             char out[kOutput] = {};
+    auto one_of = [](int32_t r, std::initializer_list<int32_t> allowed) {
+        return std::find(allowed.begin(), allowed.end(), r) != allowed.end();
+    };
+    run_with_each_allocation_failing({
+        {"AdbGetDevicesList", [] {
+             char out[2048] = {};
              const int32_t r = AdbGetDevicesList(out);
-             return (r == 0 && text(out) == "SER-author;") || (r == -1 && text(out).empty());
+             return (r == 0 && text_of(out) == "SER-author;") || (r == -1 && text_of(out).empty());
          }},
-        {"AdbGetPhoneList", [&] {
+        {"AdbGetPhoneList", [] {
              PhoneInfo *phones = reinterpret_cast<PhoneInfo *>(0x1);
              uint32_t count = 99;
              const int32_t r = AdbGetPhoneList(&phones, &count);
              const Quiet quiet;
              if (phones == reinterpret_cast<PhoneInfo *>(0x1)) return false;  // always stored
-             const bool whole = phones != nullptr && count == 1 && std::strcmp(phones[0].serial, "SER") == 0 &&
-                                std::strcmp(phones[0].productModel, "One") == 0;
+             const bool whole = phones != nullptr && count == 1 && text_of(phones[0].serial, 32) == "SER" &&
+                                text_of(phones[0].productModel, 32) == "One";
              const bool none = phones == nullptr && count == 0;
              WrenlinkFree(phones);
              return r == 0 && (whole || none);
@@ -357,36 +333,26 @@ prompt "# ")S");
         {"AdbRereshDevInfo", [&] {
              PhoneInfo phone{};
              std::strcpy(phone.serial, "SER");
-             const int32_t r = AdbRereshDevInfo(&phone);
-             return r == 0 || r == 1;
+             return one_of(AdbRereshDevInfo(&phone), {0, 1});
          }},
         {"AdbGetPhoneProductModel", [&] {
              char field[32] = {};
              const int32_t r = AdbGetPhoneProductModel("SER", field);
-             return (r == 0 && (text(field) == "One" || text(field).empty())) || r == -1;
+             return (r == 0 && (text_of(field, 32) == "One" || text_of(field, 32).empty())) || r == -1;
          }},
-        {"AdbRemoveFile", [] {
-             const int32_t r = AdbRemoveFile("SER", "/x");
-             return r == 0 || r == -1;
-         }},
-        {"AdbPullFile", [] {
-             const int32_t r = AdbPullFile("SER", "/x", "/tmp/never-written");
-             return r == 0 || r == -1;
-         }},
-        {"AdbInstallPackage", [] {
-             const int32_t r = AdbInstallPackage("SER", "/tmp/a.apk");
-             return r == 1 || r == -1;
-         }},
-        {"AdbListPackege3", [&] {
+        {"AdbRemoveFile", [&] { return one_of(AdbRemoveFile("SER", "/x"), {0, -1}); }},
+        {"AdbPullFile", [&] { return one_of(AdbPullFile("SER", "/x", "/tmp/never-written"), {0, -1}); }},
+        {"AdbInstallPackage", [&] { return one_of(AdbInstallPackage("SER", "/tmp/a.apk"), {1, -1}); }},
+        {"AdbListPackege3", [] {
              char *list = reinterpret_cast<char *>(0x1);
              uint32_t length = 99;
              const int32_t r = AdbListPackege3("SER", &list, &length);
              const Quiet quiet;
              if (list == reinterpret_cast<char *>(0x1)) return false;  // always stored
-             // The list, or (a run that failed inside reads as one that printed nothing) an empty
-             // one, or none at all.
-             const bool whole = list != nullptr && text(list) == "package:com.a\n" && length == 14;
-             const bool empty = list != nullptr && text(list).empty() && length == 0;
+             // The list, an empty one (a run that failed inside reads as one that printed
+             // nothing), or none at all.
+             const bool whole = list != nullptr && text_of(list) == "package:com.a\n" && length == 14;
+             const bool empty = list != nullptr && text_of(list).empty() && length == 0;
              const bool none = list == nullptr && length == 0;
              WrenlinkFree(list);
              return r == 0 && (whole || empty || none);
@@ -395,21 +361,18 @@ prompt "# ")S");
              uint8_t installed = 0;
              return AdbCheckAppInstalled("SER", "com.a", &installed) == 0 && installed <= 1;
          }},
-        {"AdbGetPackageProp", [&] {
-             char value[kOutput] = {};
+        {"AdbGetPackageProp", [] {
+             char value[2048] = {};
              const int32_t r = AdbGetPackageProp("SER", "com.a", "versionName=", value);
-             return (r == 0 && (text(value) == "1.0" || text(value).empty())) || r == -2;
+             return (r == 0 && (text_of(value) == "1.0" || text_of(value).empty())) || r == -2;
          }},
-        {"AdbGetTopActivity", [&] {
-             char name[kOutput] = {};
+        {"AdbGetTopActivity", [] {
+             char name[2048] = {};
              const int32_t r = AdbGetTopActivity("SER", name);
-             return (r == 0 && text(name) == "com.a/.Main") || (r == -1 && text(name).empty());
+             return (r == 0 && text_of(name) == "com.a/.Main") || (r == -1 && text_of(name).empty());
          }},
-        {"AdbStartActivity", [] {
-             const int32_t r = AdbStartActivity("SER", "com.a/.Main");
-             return r == 0 || r == -1;
-         }},
-        {"AdbGetFirstSDCardPath", [&] {
+        {"AdbStartActivity", [&] { return one_of(AdbStartActivity("SER", "com.a/.Main"), {0, -1}); }},
+        {"AdbGetFirstSDCardPath", [] {
              char path[16] = {};
              return AdbGetFirstSDCardPath("SER", path) == 0;
          }},
@@ -418,9 +381,5 @@ prompt "# ")S");
              const int32_t r = AdbGetStorageFreespace("SER", "/data", &bytes);
              return (r == 0 && (bytes == 6ull << 30 || bytes == 0)) || r == -2;
          }},
-    };
-    for (const auto &op : operations) EXPECT_GT(with_each_allocation_failing(op.name, op.run), 0) << op.name;
-    wrenlink::pauses::restore();
-    EXPECT_EQ(open_descriptors(), descriptors);
-    EXPECT_FALSE(zombie_child_left());
+    });
 }
