@@ -12,23 +12,13 @@
 
 #include "Wrenlink/Wrenlink.h"
 #include "Wrenlink/file_exchange.h"
+#include "doubles/media_list.h"
 #include "socket_peer.h"
 
 namespace {
 
 void check(bool ok) {
     if (!ok) std::abort();
-}
-
-void free_list(__MediaBean *record) {
-    while (record != nullptr) {
-        __MediaBean *next = record->next;
-        std::free(record->text1);
-        std::free(record->text2);
-        std::free(record->text3);
-        std::free(record);
-        record = next;
-    }
 }
 
 constexpr int32_t kAsked = 64;
@@ -104,7 +94,7 @@ void list_media(NetConnection *conn) {
         ++chained;
     }
     check(chained == count);
-    free_list(first);
+    wrenlink::test::free_media_list(first);
 }
 
 void run(uint8_t which, NetConnection *conn) {

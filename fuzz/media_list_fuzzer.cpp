@@ -7,34 +7,17 @@
 #include <string>
 
 #include "Wrenlink/MediaBean.h"
-#include "Wrenlink/wire.h"
+#include "doubles/media_list.h"
 
 namespace {
-
-void append_text(std::string &out, const char *text) { out.append(text, std::strlen(text) + 1); }
 
 std::string written_back(const __MediaBean *record) {
     std::string out;
     for (; record != nullptr; record = record->next) {
-        wrenlink::wire::append_u32(out, record->value1);
-        append_text(out, record->text1);
-        wrenlink::wire::append_u64(out, record->value2);
-        append_text(out, record->text2);
-        wrenlink::wire::append_u64(out, record->value3);
-        append_text(out, record->text3);
+        out += wrenlink::test::media_item(record->value1, record->text1, record->value2, record->text2, record->value3,
+                                          record->text3);
     }
     return out;
-}
-
-void free_chain(__MediaBean *record) {
-    while (record != nullptr) {
-        __MediaBean *next = record->next;
-        std::free(record->text1);
-        std::free(record->text2);
-        std::free(record->text3);
-        std::free(record);
-        record = next;
-    }
 }
 
 }  // namespace
@@ -52,6 +35,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (chained != items || written_back(head.next) != std::string(reinterpret_cast<const char *>(data), size)) {
         std::abort();
     }
-    free_chain(head.next);
+    wrenlink::test::free_media_list(head.next);
     return 0;
 }

@@ -7,6 +7,7 @@
 
 #include "Wrenlink/Wrenlink.h"
 #include "doubles/census.h"
+#include "doubles/media_list.h"
 #include "doubles/scripted_agent.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -32,20 +33,7 @@ std::size_t heap_in_use() {
 #endif
 }
 
-std::string item(const std::string &name) {
-    return le32(1) + name + '\0' + le64(2) + "/DCIM/" + name + '\0' + le64(3) + "image/jpeg" + '\0';
-}
-
-void free_list(__MediaBean *record) {
-    while (record != nullptr) {
-        __MediaBean *next = record->next;
-        WrenlinkFree(record->text1);
-        WrenlinkFree(record->text2);
-        WrenlinkFree(record->text3);
-        WrenlinkFree(record);
-        record = next;
-    }
-}
+std::string item(const std::string &name) { return media_item(1, name, 2, "/DCIM/" + name, 3, "image/jpeg"); }
 
 constexpr int kExchangesPerRound = 12;
 
@@ -55,7 +43,7 @@ int round_of_exchanges(NetConnection *conn) {
     __MediaBean head{};
     uint32_t count = 0;
     wrong += NMCListImages(conn, &head, &count) == 0 && count == 2 ? 0 : 1;
-    free_list(head.next);
+    free_media_list(head.next);
     wrong += NMCAddImage(conn, "/DCIM/a.jpg") == 0 ? 0 : 1;
     NFCFileRef *ref = nullptr;
     if (NFCFileRefOpen(conn, "/DCIM/a.jpg", "r+", &ref) != 0) return wrong + 1;

@@ -3,25 +3,15 @@
 #include <string>
 
 #include "Wrenlink/Wrenlink.h"
+#include "doubles/media_list.h"
 #include "doubles/scripted_agent.h"
 
 using namespace wrenlink::test;
 
 namespace {
 
-std::string item(uint32_t v1, const std::string &t1, uint64_t v2, const std::string &t2, uint64_t v3,
-                 const std::string &t3) {
-    return le32(v1) + t1 + '\0' + le64(v2) + t2 + '\0' + le64(v3) + t3 + '\0';
-}
-
-void free_list(__MediaBean *record) {
-    while (record != nullptr) {
-        __MediaBean *next = record->next;
-        for (char *text : {record->text1, record->text2, record->text3}) WrenlinkFree(text);
-        WrenlinkFree(record);
-        record = next;
-    }
-}
+const auto item = media_item;
+const auto free_list = free_media_list;
 
 // The record is packed: its fields are read by value, never bound to a reference.
 template <class T>

@@ -24,6 +24,7 @@
 #include "Wrenlink/pauses.h"
 #include "doubles/census.h"
 #include "doubles/fake_adb_fixture.h"
+#include "doubles/media_list.h"
 #include "doubles/scripted_agent.h"
 
 namespace {
@@ -111,7 +112,7 @@ std::string text_of(const char *buffer, std::size_t size = 2048) { return std::s
 
 // The agent answers every request well, by its opcode.
 std::optional<std::string> serve(const Request &r) {
-    const std::string item = le32(1) + "a.jpg" + '\0' + le64(2) + "/a.jpg" + '\0' + le64(3) + '\0';
+    const std::string item = media_item(1, "a.jpg", 2, "/a.jpg", 3, "");
     switch (r.header.opcode) {
     case 0: return bytes("00 00 00 01");
     case 1: return reply(0, le32(7));
@@ -119,15 +120,6 @@ std::optional<std::string> serve(const Request &r) {
     case 5: return reply(0, le64(42));
     case 104: return reply(0, item + item);
     default: return reply(0);
-    }
-}
-
-void free_list(__MediaBean *record) {
-    while (record != nullptr) {
-        __MediaBean *next = record->next;
-        for (char *text : {record->text1, record->text2, record->text3}) WrenlinkFree(text);
-        WrenlinkFree(record);
-        record = next;
     }
 }
 
@@ -197,7 +189,7 @@ TEST(AllocationFailure, AgentEntryPoints) {
              uint32_t count = 99;
              const AgentStatus r = NMCListImages(conn, &head, &count);
              const Quiet quiet;
-             free_list(head.next);
+             free_media_list(head.next);
              return (r == 0 && count == 2) || (r == kNoMemory && count == 99 && head.next == nullptr);
          }},
         text_operation("NMCAddImage", NMCAddImage),

@@ -12,6 +12,7 @@
 
 #include "Wrenlink/NetConnection.h"
 #include "Wrenlink/file_exchange.h"
+#include "doubles/media_list.h"
 #include "doubles/scripted_agent.h"
 
 using namespace wrenlink::test;
@@ -23,18 +24,7 @@ constexpr auto kReset = static_cast<AgentStatus>(ECONNRESET);
 constexpr AgentStatus kShort = AgentShortPayload;
 constexpr AgentStatus kClean = 0;
 
-std::string item() { return le32(1) + "a.jpg" + '\0' + le64(2) + "/a.jpg" + '\0' + le64(3) + '\0'; }
-
-void free_list(__MediaBean *record) {
-    while (record != nullptr) {
-        __MediaBean *next = record->next;
-        std::free(record->text1);
-        std::free(record->text2);
-        std::free(record->text3);
-        std::free(record);
-        record = next;
-    }
-}
+std::string item() { return media_item(1, "a.jpg", 2, "/a.jpg", 3, ""); }
 
 NFCFileRef *handle() {
     auto *ref = static_cast<NFCFileRef *>(std::malloc(sizeof(NFCFileRef)));
@@ -59,7 +49,7 @@ Run list_op(AgentStatus (*list)(NetConnection *, __MediaBean *, uint32_t *)) {
         __MediaBean head{};
         uint32_t count = 0;
         const AgentStatus r = list(c, &head, &count);
-        free_list(head.next);
+        free_media_list(head.next);
         return r;
     };
 }
