@@ -11,6 +11,7 @@
 
 #include "Wrenlink/Wrenlink.h"
 #include "agent_process.h"
+#include "doubles/media_list.h"
 
 namespace wrenlink::e2e {
 namespace {
@@ -118,15 +119,9 @@ struct Listed {
 
 std::vector<Listed> take(__MediaBean &head) {
     std::vector<Listed> out;
-    for (__MediaBean *b = head.next; b != nullptr;) {
+    for (const __MediaBean *b = head.next; b != nullptr; b = b->next)
         out.push_back(Listed{b->text1, b->text2, b->text3, b->value2, b->value3, b->value1});
-        __MediaBean *next = b->next;
-        WrenlinkFree(b->text1);
-        WrenlinkFree(b->text2);
-        WrenlinkFree(b->text3);
-        WrenlinkFree(b);
-        b = next;
-    }
+    wrenlink::test::free_media_list(head.next);
     head.next = nullptr;
     return out;
 }
