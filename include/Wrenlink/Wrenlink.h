@@ -263,7 +263,8 @@ WRENLINK_API void KillInstallDriver(void);
 
 /* Runs one line in a root shell: `adb shell`, then "su" unless the prompt shows '#', then
  * `commandLine` as it stands. `output` (2048 bytes) receives the text after the line, at most
- * 2047 bytes. `unused` is not read. Always 0. Takes at least half a second. */
+ * 2047 bytes. `unused` is not read. Always 0. Takes at least half a second. Waits for the shell's
+ * first text without limit, unless the shell has exited. */
 WRENLINK_API int32_t AdbRootShell(const char *unused, const char *commandLine, char *output);
 /* Sets *isRoot to 1 when the phone's shell runs as root, else 0. 0: stored; 1: the phone was not
  * found; -1: serial is NULL. */
@@ -277,7 +278,8 @@ WRENLINK_API int32_t AdbIsAdbRoot(const char *serial, uint8_t *isRoot);
  * (2048 bytes). 0; -1 when adb's text holds "error" or "fail" (output untouched). */
 WRENLINK_API int32_t AdbGetDevicesList(char *output);
 /* Stores a malloc'd array of *count records in *phones (free with WrenlinkFree; stored also when
- * the count is 0). Authorised phones get their three properties read. Always 0. */
+ * the count is 0). Authorised phones get their three properties read. Always 0. Out of memory
+ * it stores NULL and 0. */
 WRENLINK_API int32_t AdbGetPhoneList(PhoneInfo **phones, uint32_t *count);
 /* Refreshes the record whose `serial` the caller filled: `present`, `authorized` and, for an
  * authorised phone, the properties. 1 when adb gave no list at all, otherwise 0. */
@@ -320,7 +322,7 @@ WRENLINK_API int32_t AdbInstallPackage(const char *serial, const char *packagePa
 WRENLINK_API int32_t AdbUninstallPackage(const char *serial, const char *packageName);
 /* Third-party / system package lists as raw text (at most 2047 bytes) in a malloc block that the
  * caller frees with WrenlinkFree; *length excludes the terminator. Always 0. A null argument runs
- * nothing; a failed allocation stores NULL and 0. */
+ * nothing; out of memory it stores NULL and 0. */
 WRENLINK_API int32_t AdbListPackege3(const char *serial, char **text, uint32_t *length);
 WRENLINK_API int32_t AdbListPackegeSys(const char *serial, char **text, uint32_t *length);
 /* Sets *exists to 1 when `pm path` names an .apk; otherwise leaves it alone. 0. */

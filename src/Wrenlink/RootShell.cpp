@@ -45,9 +45,10 @@ public:
         for (;;) {
             pollfd fds[2] = {{fd(), POLLIN, 0}, {exit_.get(), POLLIN, 0}};
             const int ready = ::poll(fds, exit_ ? 2 : 1, exit_ ? -1 : kExitCheckMs);
+            const bool failed = ready < 0 && errno != EINTR;
             if (ready > 0 && fds[0].revents != 0) return true;
             if (shell_.reap_if_exited()) return false;
-            if (ready < 0 && errno != EINTR) std::this_thread::sleep_for(std::chrono::milliseconds(kExitCheckMs));
+            if (failed) std::this_thread::sleep_for(std::chrono::milliseconds(kExitCheckMs));  // never spin
         }
     }
 
