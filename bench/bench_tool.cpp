@@ -1,5 +1,6 @@
 // One run of the adb tool: AdbCommand against a minimal posix_spawn + pipes + waitpid loop that
-// runs the same one-line tool and reads its output.
+// runs the same one-line tool (bench/one_line_tool.cpp, where the library looks for adb) and reads
+// its output.
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
@@ -10,24 +11,45 @@
 #include <string>
 
 #include "Wrenlink/Wrenlink.h"
+#include "contest.h"
 #include "ratio_report.h"
 
 extern char **environ;
 
 namespace {
 
-// The least a runner must do: spawn with stdout and stderr on pipes, read both to the end, reap.
+// A pipe whose ends the child does not inherit beyond the one it is given.
+bool cloexec_pipe(int (&fds)[2]) {
+#if defined(__linux__)
+    return ::pipe2(fds, O_CLOEXEC) == 0;
+#else
+    if (::pipe(fds) != 0) return false;
+    ::fcntl(fds[0], F_SETFD, FD_CLOEXEC);
+    ::fcntl(fds[1], F_SETFD, FD_CLOEXEC);
+    return true;
+#endif
+}
+
+// The least a runner must do: spawn with stdin, stdout and stderr on pipes (the library's runner
+// gives the tool all three), read stdout and stderr to their end, reap.
 std::string raw_run(const char *tool) {
-    int out[2], err[2];
-    if (::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0) return {};
+    int in[2] = {-1, -1}, out[2] = {-1, -1}, err[2] = {-1, -1};
+    if (!cloexec_pipe(in) || !cloexec_pipe(out) || !cloexec_pipe(err)) {
+        for (const int fd : {in[0], in[1], out[0], out[1], err[0], err[1]}) {
+            if (fd >= 0) ::close(fd);
+        }
+        return {};
+    }
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, in[0], 0);
     posix_spawn_file_actions_adddup2(&actions, out[1], 1);
     posix_spawn_file_actions_adddup2(&actions, err[1], 2);
     char *argv[] = {const_cast<char *>(tool), const_cast<char *>("devices"), nullptr};
     pid_t pid = -1;
     const int rc = posix_spawn(&pid, tool, &actions, nullptr, argv, environ);
     posix_spawn_file_actions_destroy(&actions);
+    ::close(in[0]);
     ::close(out[1]);
     ::close(err[1]);
     std::string text, errText;
@@ -50,36 +72,28 @@ std::string raw_run(const char *tool) {
         int status = 0;
         ::waitpid(pid, &status, 0);
     }
+    ::close(in[1]);
     ::close(out[0]);
     ::close(err[0]);
     return text + errText;
 }
 
-void ToolRun_library(benchmark::State &state) {
-    char output[2048];
-    for (auto _ : state) {
-        std::memset(output, 0, sizeof output);
-        AdbCommand(" devices", output, sizeof output, true);
-        if (std::strncmp(output, "List of devices attached", 24) != 0) {
-            state.SkipWithError("the library did not run the tool");
-            break;
-        }
-    }
+bool library_run() {
+    char output[2048] = {};
+    AdbCommand(" devices", output, sizeof output, true);
+    return std::strncmp(output, "List of devices attached", 24) == 0;
 }
 
-void ToolRun_raw_spawn(benchmark::State &state) {
-    for (auto _ : state) {
-        const auto text = raw_run(WRENLINK_BENCH_TOOL);
-        if (text.rfind("List of devices attached", 0) != 0) {
-            state.SkipWithError("the raw loop did not run the tool");
-            break;
-        }
-    }
+bool raw_spawn_run() { return raw_run(WRENLINK_BENCH_TOOL).rfind("List of devices attached", 0) == 0; }
+
+void ToolRun(benchmark::State &state) {
+    wrenlink::bench::Contest contest(state, {"library", "raw_spawn"});
+    contest.run([](std::size_t variant) { return variant == 0 ? library_run() : raw_spawn_run(); });
+    contest.report_time();
 }
 
 }  // namespace
 
-BENCHMARK(ToolRun_library)->Name("ToolRun/library")->UseRealTime()->MinTime(2.0);
-BENCHMARK(ToolRun_raw_spawn)->Name("ToolRun/raw_spawn")->UseRealTime()->MinTime(2.0);
+BENCHMARK(ToolRun)->UseRealTime()->Unit(benchmark::kMicrosecond);
 
-int main(int argc, char **argv) { return wrenlink::bench::run_with_ratios(argc, argv); }
+static const int kToolGoal = wrenlink::bench::goal("ToolRun", "raw_spawn", wrenlink::bench::Bound::AtMost, 1.15);
