@@ -5,7 +5,9 @@
 #   - installs the library into build/stage as an application would get it,
 #   - builds the demo application against that installed library alone,
 #   - makes a sample phone under build/demo-run, serves it with the agent, runs the demo, stops
-#     the agent.
+#     the agent. When adb is installed, the agent sits behind a simulated phone
+#     (tools/wrenlink-phone) that a private adb server connects to, and the demo reaches it
+#     through adb: it lists the phone and forwards its port.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 top=$PWD
@@ -16,7 +18,7 @@ bash scripts/ensure-packages.sh g++ cmake ninja-build pkg-config libgtest-dev li
 
 echo "== building (release preset)"
 cmake --preset release >/dev/null
-cmake --build --preset release --target Wrenlink wrenlink-agent make-sample-phone
+cmake --build --preset release --target Wrenlink wrenlink-agent make-sample-phone wrenlink-phone
 
 echo "== installing the library into build/stage"
 stage=$top/build/stage
@@ -38,4 +40,4 @@ echo "== running the demo"
 echo
 mkdir -p build/demo-run
 bash scripts/run-demo.sh "$stage/bin/wrenlink-agent" build/release/bin/make-sample-phone \
-     "$stage/bin/wrenlink-demo" "$top/build/demo-run"
+     "$stage/bin/wrenlink-demo" "$top/build/demo-run" "$top/build/release/bin/wrenlink-phone"

@@ -1,56 +1,112 @@
 #!/usr/bin/env bash
 # Runs the demo against the reference agent:
-#   run-demo.sh AGENT MAKE_SAMPLE_PHONE DEMO WORK_DIR
+#   run-demo.sh AGENT MAKE_SAMPLE_PHONE DEMO WORK_DIR [PHONE]
 # makes a sample phone under WORK_DIR, serves it with AGENT on a free loopback port, runs DEMO
 # against it, checks the file the demo copied against the phone's own, and stops the agent.
-# Exits non-zero when any of it fails.
+#
+# With PHONE (tools/wrenlink-phone) and an adb tool in the demo's Resources folder, the agent sits
+# behind a simulated phone instead: a private adb server (its own port, never the default one)
+# connects to the phone, the demo lists it through adb, forwards a local port to the agent's port
+# on the phone with adb and talks to the agent through that forward. Phone and server are stopped
+# at the end. Exits non-zero when any of it fails.
 set -euo pipefail
-agent=$1 make_sample=$2 demo=$3 work=$4
+agent=$1 make_sample=$2 demo=$3 work=$4 phone_tool=${5:-}
+profile=$(cd "$(dirname "$0")/.." && pwd)/tools/wrenlink-phone/profiles/wren-one.prop
 
-phone=$work/sample-phone
+sample=$work/sample-phone
 copies=$work/copied
-rm -rf "$phone" "$copies"
+rm -rf "$sample" "$copies" "$work/phone-sandbox"
 mkdir -p "$copies"
-"$make_sample" "$phone" >/dev/null
+"$make_sample" "$sample" >/dev/null
 
-# adb's server, if the demo starts one, is stopped again afterwards; one that ran before is left.
 adb_tool=$(dirname "$demo")/../Resources/adb
+through_adb=no
+if [[ -n $phone_tool && -x $adb_tool ]]; then through_adb=yes; fi
+
+# The first line a background program prints, once it is there (five seconds at most).
+first_line() {
+  local line
+  for _ in $(seq 100); do
+    line=$(head -n 1 "$1" 2>/dev/null || true)
+    if [[ -n $line ]]; then echo "$line"; return; fi
+    sleep 0.05
+  done
+}
+
+# A loopback port where nothing listens.
+free_port() {
+  local port
+  while :; do
+    port=$((20000 + RANDOM % 30000))
+    if ! (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; then echo "$port"; return; fi
+  done
+}
+
+# Without the phone, adb's default server is what the demo lists: if the demo starts it, it is
+# stopped again afterwards; one that ran before is left alone.
 adb_was_running=no
 if (exec 3<>/dev/tcp/127.0.0.1/5037) 2>/dev/null; then adb_was_running=yes; fi
 
-"$agent" --port 0 --scan-delay-us 40000 "$phone" >"$work/agent.out" 2>"$work/agent.log" &
-agent_pid=$!
-stop_agent() {
-  if kill -0 "$agent_pid" 2>/dev/null; then
-    kill -TERM "$agent_pid"
-    wait "$agent_pid"
-  fi
-}
-trap 'stop_agent || true' EXIT
+if [[ $through_adb == yes ]]; then export ANDROID_ADB_SERVER_PORT=$(free_port); fi
 
-port=
-for _ in $(seq 100); do
-  line=$(head -n 1 "$work/agent.out" 2>/dev/null || true)
-  if [[ $line == "listening on "* ]]; then port=${line##*:}; break; fi
-  sleep 0.05
-done
-if [[ -z $port ]]; then
+pids=()
+cleanup() {
+  if [[ $through_adb == yes ]]; then
+    "$adb_tool" kill-server >/dev/null 2>&1 || true
+  elif [[ $adb_was_running == no && -x $adb_tool ]] && (exec 3<>/dev/tcp/127.0.0.1/5037) 2>/dev/null; then
+    "$adb_tool" kill-server >/dev/null 2>&1 || true
+  fi
+  for pid in "${pids[@]}"; do
+    if kill -0 "$pid" 2>/dev/null; then
+      kill -TERM "$pid"
+      wait "$pid" || true
+    fi
+  done
+}
+trap cleanup EXIT
+
+"$agent" --port 0 --scan-delay-us 40000 "$sample" >"$work/agent.out" 2>"$work/agent.log" &
+pids+=($!)
+line=$(first_line "$work/agent.out")
+if [[ $line != "listening on "* ]]; then
   echo "run-demo: the agent did not start:" >&2
   cat "$work/agent.log" >&2
   exit 1
 fi
+agent_port=${line##*:}
 
-"$demo" --port "$port" --out "$copies"
+if [[ $through_adb == yes ]]; then
+  # The phone's port tcp:AGENT_PORT is this machine's loopback, where the agent listens. Scans
+  # reach the agent's event port 127.0.0.1:10244 directly: adb could not forward that port to a
+  # phone that runs on the same machine, since the agent holds it.
+  "$phone_tool" --phone "port=0,profile=$profile,sandbox=$work/phone-sandbox" >"$work/phone.out" 2>"$work/phone.log" &
+  pids+=($!)
+  line=$(first_line "$work/phone.out")
+  if [[ $line != "ready "* ]]; then
+    echo "run-demo: the simulated phone did not start:" >&2
+    cat "$work/phone.log" >&2
+    exit 1
+  fi
+  serial=${line#ready }
+  "$adb_tool" start-server >/dev/null 2>&1
+  "$adb_tool" connect "$serial" >/dev/null
+  for _ in $(seq 100); do
+    [[ $("$adb_tool" -s "$serial" get-state 2>/dev/null) == device ]] && break
+    sleep 0.05
+  done
+  echo "(a simulated phone at $serial, on a private adb server at port $ANDROID_ADB_SERVER_PORT;"
+  echo " the agent listens on its port $agent_port)"
+  "$demo" --port "$(free_port)" --forward "$agent_port" --out "$copies"
+else
+  "$demo" --port "$agent_port" --out "$copies"
+fi
 
 for copy in "$copies"/*; do
-  original=$(find "$phone" -name "$(basename "$copy")" -print -quit)
+  original=$(find "$sample" -name "$(basename "$copy")" -print -quit)
   cmp "$copy" "$original"
   echo "cmp: $(basename "$copy") is identical to the phone's file"
 done
 
 trap - EXIT
-stop_agent
-if [[ $adb_was_running == no && -x $adb_tool ]] && (exec 3<>/dev/tcp/127.0.0.1/5037) 2>/dev/null; then
-  "$adb_tool" kill-server >/dev/null 2>&1 || true
-fi
+cleanup
 echo "agent stopped"

@@ -1,9 +1,9 @@
 // wrenlink-demo: what a desktop application does with libWrenlink, step by step.
 //
-//   wrenlink-demo [--address A] [--port N] [--out DIR]
+//   wrenlink-demo [--address A] [--port N] [--forward PHONE_PORT [--serial S]] [--out DIR]
 //
 // Lists the phones that adb sees, connects to the phone-side agent (through a port adb forwards,
-// or to wrenlink-agent on this machine), pings it, scans the phone with a live progress bar,
+// or to wrenlink-agent on this machine directly), pings it, scans the phone with a live progress bar,
 // lists the media catalogue, copies one file from the phone and verifies it, and writes a file
 // back and deletes it. Any failed step ends the program with a message and exit status 1.
 //
@@ -33,6 +33,8 @@ constexpr int32_t kWhenceSet = 0, kWhenceEnd = 2;  // the agent's whence values,
 struct Options {
     std::string address = "127.0.0.1";
     uint32_t port = 10243;
+    uint32_t forward = 0;   // the agent's port on the phone; 0: connect directly
+    std::string serial;     // the phone to forward through; empty: the first authorised one
     std::string out = ".";
 };
 
@@ -91,17 +93,21 @@ Options parse(int argc, char **argv) {
         const bool has_value = i + 1 < argc;
         if (a == "--address" && has_value) {
             o.address = argv[++i];
-        } else if (a == "--port" && has_value) {
+        } else if ((a == "--port" || a == "--forward") && has_value) {
             char *end = nullptr;
             const unsigned long port = std::strtoul(argv[++i], &end, 10);
-            if (*end != '\0' || port == 0 || port > 65535) fail("--port needs a number from 1 to 65535");
-            o.port = static_cast<uint32_t>(port);
+            if (*end != '\0' || port == 0 || port > 65535) fail(a + " needs a number from 1 to 65535");
+            (a == "--port" ? o.port : o.forward) = static_cast<uint32_t>(port);
+        } else if (a == "--serial" && has_value) {
+            o.serial = argv[++i];
         } else if (a == "--out" && has_value) {
             o.out = argv[++i];
         } else {
-            std::printf("usage: wrenlink-demo [--address A] [--port N] [--out DIR]\n"
+            std::printf("usage: wrenlink-demo [--address A] [--port N] [--forward PHONE_PORT [--serial S]] [--out DIR]\n"
                         "  --address  the agent's address (default 127.0.0.1)\n"
-                        "  --port     the agent's port (default 10243)\n"
+                        "  --port     the agent's port (default 10243); with --forward, the local end\n"
+                        "  --forward  forward --port to this port of the phone through adb first\n"
+                        "  --serial   the phone to forward through (default: the first authorised one)\n"
                         "  --out      where the copied file goes (default .)\n");
             std::exit(a == "--help" || a == "-h" ? 0 : 2);
         }
@@ -111,14 +117,16 @@ Options parse(int argc, char **argv) {
 
 // ---- 1. Phones -------------------------------------------------------------------------------
 
-void list_phones() {
+// Returns the serial of the first authorised phone, or the empty text.
+std::string list_phones() {
     step(1, "Phones attached through adb");
     const char *adb = AndGetAdbFullpath();
     if (adb == nullptr || ::access(adb, X_OK) != 0) {
         std::printf("      adb is missing: the library looks for it at %s\n", adb ? adb : "(unknown)");
         std::printf("      (skipped; the rest of the demo talks to the agent directly)\n");
-        return;
+        return {};
     }
+    std::string first;
     PhoneInfo *phones = nullptr;
     uint32_t count = 0;
     AdbGetPhoneList(&phones, &count);
@@ -132,15 +140,24 @@ void list_phones() {
             auto field = [](const char (&f)[32]) { return std::string(f, strnlen(f, sizeof f)); };
             std::printf("      %-20s %-16s %-14s %-8s %s\n", field(p.serial).c_str(), field(p.productModel).c_str(),
                         field(p.manufacturer).c_str(), field(p.softVersion).c_str(), p.authorized ? "yes" : "no");
+            if (first.empty() && p.authorized) first = field(p.serial);
         }
     }
     WrenlinkFree(phones);
+    return first;
 }
 
 // ---- 2. Agent --------------------------------------------------------------------------------
 
-NetConnection *connect_to_agent(const Options &o) {
+NetConnection *connect_to_agent(const Options &o, const std::string &listed_phone) {
     step(2, "Agent at " + o.address + ":" + std::to_string(o.port));
+    if (o.forward != 0) {
+        const std::string serial = o.serial.empty() ? listed_phone : o.serial;
+        if (serial.empty()) fail("no authorised phone to forward the agent's port through");
+        // AdbForward reports nothing; a forward that failed shows as a connection that fails.
+        AdbForward(serial.c_str(), o.port, o.forward);
+        std::printf("      adb forwards 127.0.0.1:%u to port %u of %s\n", o.port, o.forward, serial.c_str());
+    }
     NetConnection *conn = NetConnectionOpen(o.address.c_str(), o.port);
     if (conn == nullptr)
         fail("cannot connect to the agent at " + o.address + ":" + std::to_string(o.port) +
@@ -353,8 +370,8 @@ int main(int argc, char **argv) {
     const Options options = parse(argc, argv);
     g_tty = ::isatty(STDOUT_FILENO) == 1;
     std::printf("Wrenlink demo\n");
-    list_phones();
-    NetConnection *conn = connect_to_agent(options);
+    const std::string phone = list_phones();
+    NetConnection *conn = connect_to_agent(options, phone);
     scan(conn);
     const auto media = list_media(conn);
     copy_from_phone(conn, media, options.out);

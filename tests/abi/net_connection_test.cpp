@@ -224,6 +224,7 @@ TEST(TestPing, Answers) {
         {"a framed reply is wrong", Script().expect(kPingRequest).send(bytes("fc9ccff0")), -4},
         {"accepts and closes", Script().close(), -4},
         {"closes after two bytes", Script().expect(kPingRequest).send(bytes("00 00")).close(), -4},
+        {"resets the connection", Script().expect(kPingRequest).reset(), -3},
     };
     for (auto &c : cases) {
         SCOPED_TRACE(c.name);
@@ -236,13 +237,4 @@ TEST(TestPing, Answers) {
         EXPECT_TRUE(agent.wait_finished(1));
         EXPECT_EQ(agent.failures(), "");
     }
-}
-
-TEST(TestPing, AResetConnectionIsAReceiveError) {
-    ScriptedAgent agent;
-    agent.add(Script().expect(kPingRequest).reset());
-    NetConnection *c = open_to(agent);
-    ASSERT_NE(c, nullptr);
-    EXPECT_EQ(TestPing(c), -3);
-    NetConnectionClose(c);
 }

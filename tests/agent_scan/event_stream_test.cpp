@@ -4,7 +4,6 @@
 #include <sys/socket.h>
 
 #include <cerrno>
-#include <map>
 #include <set>
 
 #include "Wrenlink/packets.h"
@@ -91,38 +90,26 @@ protected:
     NetConnection *events = nullptr;
 };
 
-TEST_F(AgentScan, StreamsEveryRegularFileOnceWithProgressToTheTotalAndCodeZero) {
-    std::set<std::string> expected;
-    for (int d = 0; d < 10; ++d)
-        for (int f = 0; f < 30; ++f) {
-            const std::string rel = "d" + std::to_string(d) + "/sub/f" + std::to_string(f) + ".jpg";
-            tree.write(rel, std::string(static_cast<std::size_t>(f), 'x'));
-            expected.insert("/" + rel);
-        }
+// Every file once with progress to the total is proven end to end on 10,000 files; here: what
+// the scan skips, the text of an item, and the event port's life.
+TEST_F(AgentScan, StreamsRegularFilesOnlyAndClosesTheEventPortForTheNextScan) {
+    tree.write("d0/sub/f3.jpg", "xyz");
+    tree.write("d1/f.txt", "");
     std::filesystem::create_directories(tree.host("empty/dir"));
     std::filesystem::create_symlink(tree.host("d0"), tree.host("loop"));  // links are not followed
     InProcessAgent agent(tree.root());
     start(agent);
     Stream s;
     read_events(events, s);
-
-    std::multiset<std::string> found;
-    for (const auto &item : s.items) found.insert(path_of(item));
-    EXPECT_EQ(found.size(), expected.size());
-    EXPECT_EQ(std::set<std::string>(found.begin(), found.end()), expected);
-    ASSERT_FALSE(s.progress.empty());
-    for (std::size_t i = 1; i < s.progress.size(); ++i) EXPECT_GT(s.progress[i].first, s.progress[i - 1].first);
-    EXPECT_EQ(s.progress.back(), (std::pair<int64_t, int64_t>(300, 300)));
+    ASSERT_EQ(s.items.size(), 2u);
+    // "<size>\t<mtime>\t<MIME type>\t<path>"
+    EXPECT_EQ(s.items[0].substr(0, 2), "3\t");
+    EXPECT_NE(s.items[0].find("\timage/jpeg\t/d0/sub/f3.jpg"), std::string::npos) << s.items[0];
+    EXPECT_EQ(path_of(s.items[1]), "/d1/f.txt");
+    EXPECT_EQ(s.progress.back(), (std::pair<int64_t, int64_t>(2, 2)));
     EXPECT_EQ(s.codes, std::vector<uint32_t>{0});
     EXPECT_TRUE(s.closed);
 
-    // "<size>\t<mtime>\t<MIME type>\t<path>"
-    const std::string &item = s.items.front();
-    EXPECT_EQ(path_of(item), "/d0/sub/f0.jpg");
-    EXPECT_EQ(item.substr(0, 2), "0\t");
-    EXPECT_NE(item.find("\timage/jpeg\t"), std::string::npos);
-
-    // The event port is closed again, and a new scan may start.
     EXPECT_EQ(NetConnectionOpen("127.0.0.1", wire::kEventPort), nullptr);
     EXPECT_EQ(roundtrip(control, make_start_scan_packet(nullptr)).header.status, 0u);
     NetConnection *again = NetConnectionOpen("127.0.0.1", wire::kEventPort);
@@ -130,7 +117,7 @@ TEST_F(AgentScan, StreamsEveryRegularFileOnceWithProgressToTheTotalAndCodeZero) 
     ASSERT_EQ(NetConnectionSend(again, "\0\0\0\0", 4, 0), 4);
     Stream second;
     read_events(again, second);
-    EXPECT_EQ(second.items.size(), expected.size());
+    EXPECT_EQ(second.items.size(), 2u);
     NetConnectionClose(again);
 }
 
@@ -212,18 +199,6 @@ TEST_F(PacedScan, AStartThatNobodyFollowsIsDroppedAndTheNextStartWorks) {
     EXPECT_EQ(status, 0u);
     EXPECT_GT(refusals, 0);
     EXPECT_EQ(roundtrip(control, make_start_stop_packet()).header.status, 0u);
-}
-
-TEST_F(PacedScan, AnAgentThatShutsDownEndsItsScanWithEcanceled) {
-    Stream s;
-    {
-        InProcessAgent agent(tree.root(), paced());
-        start(agent);
-        read_events(events, s, 3);
-    }
-    read_events(events, s);
-    EXPECT_EQ(s.codes, std::vector<uint32_t>{static_cast<uint32_t>(ECANCELED)});
-    EXPECT_TRUE(s.closed);
 }
 
 }  // namespace

@@ -22,6 +22,7 @@
 
 #include "Wrenlink/Wrenlink.h"
 #include "doubles/temp_tree.h"
+#include "realadb/loopback_server.h"
 #include "runner/test_support.h"
 
 extern char **environ;
@@ -33,6 +34,8 @@ extern char **environ;
 namespace {
 
 using wrenlink::test::adb_text;
+using wrenlink::test::connect_server;
+using wrenlink::test::free_loopback_port;
 
 bool real_tool_present() {
     struct stat info {};
@@ -44,33 +47,6 @@ bool in_own_pid_namespace() {
     std::ostringstream text;
     text << cmdline.rdbuf();
     return text.str().find("wrenlink-pid-namespace") != std::string::npos;
-}
-
-sockaddr_in loopback(uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
-uint16_t free_loopback_port() {
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address = loopback(0);
-    socklen_t size = sizeof address;
-    ::bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address);
-    ::getsockname(fd, reinterpret_cast<sockaddr *>(&address), &size);
-    ::close(fd);
-    return ntohs(address.sin_port);
-}
-
-// A connection to the tool's server, or -1 when nothing listens.
-int connect_server(uint16_t port) {
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    const sockaddr_in address = loopback(port);
-    if (::connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0) return fd;
-    ::close(fd);
-    return -1;
 }
 
 // Waits (bounded, as a guard against a hang, not as a measure) until `fd` has something to say.

@@ -31,16 +31,6 @@ TEST(Packets, WorkedBytesForTheTextAbc) {
               hex(bytes("fc9ccff0 04000000 0d000000 4cb71986 00000000 61626300")));
 }
 
-TEST(Packets, WorkedPathAndHandleRequests) {
-    EXPECT_EQ(hex(make_file_delete_packet("/a")), hex(bytes("fc 9c cf f0 02 00 00 00 07 00 00 00 a3 69 a9 28 00 00 00 00 2f 61")));
-    EXPECT_EQ(hex(make_file_mkdir_packet("/a")),
-              hex(bytes("fc 9c cf f0 03 00 00 00 0d 00 00 00 3b 5b f7 4f 00 00 00 00 2f 61 00")));
-    EXPECT_EQ(hex(make_file_tell_packet(7)), hex(bytes("fc 9c cf f0 04 00 00 00 05 00 00 00 b9 38 d7 9d 00 00 00 00 07 00 00 00")));
-    EXPECT_EQ(hex(make_file_seek_packet(7, 4096, 0)),
-              hex(bytes("fc 9c cf f0 10 00 00 00 06 00 00 00 be 3c 0f 53 00 00 00 00 07 00 00 00 00 10 00 00 "
-                        "00 00 00 00 00 00 00 00")));
-}
-
 TEST(Packets, EmptyTexts) {
     // Without the terminator: a bare header.
     for (const auto &p : {make_add_image_packet(""), make_del_music_packet(""), make_file_delete_packet("")}) {

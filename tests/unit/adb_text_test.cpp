@@ -1,0 +1,228 @@
+// The readers of the adb tool's text, on captured and hand-made outputs.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Wrenlink/AdbText.h"
+
+using namespace wrenlink;
+
+namespace {
+
+using Phones = std::vector<std::pair<std::string, bool>>;
+
+Phones phones_of(const std::vector<PhoneLine> &lines) {
+    Phones out;
+    for (const auto &l : lines) out.emplace_back(std::string(l.serial), l.authorized);
+    return out;
+}
+
+}  // namespace
+
+// The short list, the full list and the refresh each walk the same text in their own way.
+TEST(DevicesText, TheThreeWalksOfOneList) {
+    struct Case {
+        std::string text;
+        std::string records;
+        Phones listed;
+        Phones candidates;
+    };
+    const Phones a1{{"A1", true}};
+    const Case cases[] = {
+        {"List of devices attached\n\n", "", {}, {}},
+        {"List of devices attached\r\nA1\tdevice\r\nB2\tunauthorized\r\nC3\toffline\r\nD4\thost\r\n\r\n",
+         "A1-author;B2-unauthor;C3-offline;", {{"A1", true}, {"B2", false}}, {{"A1", true}, {"B2", false}}},
+        // A header further down: skipped by the lists, a candidate (with no tab) for the refresh.
+        {"* daemon started successfully\nList of devices attached\nA1\tdevice\n", "A1-author;", a1,
+         {{"List of devices attached", true}, {"A1", true}}},
+        // A CR line ends the refresh's walk; the full list ends only at a phone line with a CR.
+        {"List of devices attached\n\r\nA1\tdevice\n", "A1-author;", a1, {}},
+        {"List of devices attached\nA1\tdevice\n\rB2\tdevice\n", "A1-author;\rB2-author;", a1, a1},
+        // The state is searched for in the whole line, serial included.
+        {"List of devices attached\nmydevice7\toffline\n", "mydevice7-offline;", {{"mydevice7", true}},
+         {{"mydevice7", true}}},
+        // Without a tab the whole line is the serial, without its CR.
+        {"List of devices attached\nXYZ device\r\n", "XYZ device-author;", {{"XYZ device", true}},
+         {{"XYZ device", true}}},
+        {"List of devices attached\n\tlead\tdevice\n", "lead-author;", {{"", true}}, {{"", true}}},
+    };
+    for (const auto &c : cases) {
+        EXPECT_FALSE(devices_text_reports_failure(c.text)) << c.text;
+        EXPECT_EQ(devices_list_records(c.text, 2047), c.records) << c.text;
+        EXPECT_EQ(phones_of(listed_phones(c.text)), c.listed) << c.text;
+        EXPECT_EQ(phones_of(refresh_candidates(c.text)), c.candidates) << c.text;
+    }
+}
+
+TEST(DevicesText, FailureWordsEmptyListsAndCapacity) {
+    EXPECT_TRUE(devices_text_reports_failure("List of devices attached\nfailover1\tdevice\n"));
+    EXPECT_TRUE(devices_text_reports_failure("List of devices attached\n\nadb: error: protocol fault\n"));
+    EXPECT_FALSE(devices_text_reports_failure("List of devices attached\nERROR\tdevice\nFail\tdevice\n"));
+
+    EXPECT_FALSE(is_nonempty_devices_list("List of devices attached\n\n"));
+    EXPECT_FALSE(is_nonempty_devices_list("* daemon started\nList of devices attached\nA1\tdevice\n"));
+    EXPECT_TRUE(is_nonempty_devices_list("List of devices attached\r\n\r\n"));
+
+    std::string text = "List of devices attached\n";
+    for (int i = 0; i < 300; ++i) text += "device\n";  // 14-byte records from 7-byte lines
+    const std::string records = devices_list_records(text, 2047);
+    ASSERT_EQ(records.size(), 2047u / 14 * 14);
+    EXPECT_EQ(records.substr(records.size() - 14), "device-author;");
+}
+
+TEST(PropertyText, FieldReadsAsTheFirstLine) {
+    struct Case {
+        std::string output;
+        std::string field;
+    };
+    const Case cases[] = {
+        {"8.1.0\n", "8.1.0"}, {"Pixel 7\r\n", "Pixel 7"}, {"\nsecond", ""}, {"a\rb\nc", "a"}, {"", ""},
+        // 32 bytes or more fill the field with no terminator, and the pass stays in it.
+        {std::string(40, 'v') + "\n", std::string(32, 'v')},
+    };
+    for (const auto &c : cases) {
+        char output[2048] = {};
+        std::memcpy(output, c.output.data(), c.output.size());
+        auto field = std::make_unique<char[]>(32);  // exactly 32 bytes: the sanitizer sees a step past it
+        copy_property_field(field.get(), output);
+        EXPECT_EQ(std::string(field.get(), strnlen(field.get(), 32)), c.field) << c.output;
+    }
+}
+
+TEST(FailureText, VerdictsOfEachFamily) {
+    struct Case {
+        const char *text;
+        int32_t removal, copy, push, package;
+    };
+    const Case cases[] = {
+        {"", 0, 0, 0, 1},
+        {"error: device not found", 0, 0, 0, 0},
+        {"error: device not found\nPermission denied", 0, 0, 0, 0},
+        // Not at the start it is no device answer, but it holds "not found", which push skips.
+        {"* daemon started\nerror: device not found", 1, 1, 0, 1},
+        {"adb: not found", 1, 1, 0, 1},
+        {"rm: /sdcard/x: No such file or directory", 1, 1, 1, 1},
+        {"cd: /x/y: Not a directory", 1, 1, 1, 1},
+        {"Failure [DELETE_FAILED_INTERNAL_ERROR] package does not exist", 1, 1, 1, 1},
+        {"opendir failed, Permission denied", 1, 2, 2, 2},
+        {"x: No such file or directory\ny: Permission denied\n", 1, 2, 2, 2},
+        {"not found ... Permission denied", 1, 2, 2, 2},
+        // Another case is no hit.
+        {"permission denied; no such file or directory; NOT FOUND", 0, 0, 0, 1},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(classify_failure_text(c.text, kRemovalVerdicts), c.removal) << c.text;
+        EXPECT_EQ(classify_failure_text(c.text, kCopyVerdicts), c.copy) << c.text;
+        EXPECT_EQ(classify_failure_text(c.text, kPushVerdicts), c.push) << c.text;
+        EXPECT_EQ(classify_failure_text(c.text, kPackageVerdicts), c.package) << c.text;
+    }
+}
+
+TEST(PackageText, OnePackageLineMatchesTheExpression) {
+    struct Case {
+        std::string text;
+        bool one;
+    };
+    const Case cases[] = {
+        {"package:com.example\r\n", true},
+        {"package:com.example \t\r\n\n", true},
+        {"package:com.example\npackage:com.example.pro\n", false},
+        {"package:a b", false},
+        {"", false},
+        {"package: com.example", false},
+        {"a:b:c", true},
+        // [^:]* crosses line ends: a colon-free line before the package line still matches.
+        {"warning\npackage:com.example\n", true},
+        {"warning: x\npackage:com.example\n", false},
+        {"package:\x80\xff", true},
+    };
+    for (const auto &c : cases) EXPECT_EQ(lists_exactly_one_package(c.text), c.one) << c.text;
+}
+
+TEST(PackageText, ValueBehindTheFirstKey) {
+    const std::string dump = "  versionCode=31 minSdk=21\r\n  versionName=1.2.3\r\n  versionName=9\n";
+    EXPECT_EQ(package_prop_value(dump, "versionName="), "1.2.3");
+    EXPECT_EQ(package_prop_value(dump, "versionCode="), "31 minSdk=21");
+    EXPECT_EQ(package_prop_value(dump, "Name="), "1.2.3");  // inside a longer word counts
+    EXPECT_EQ(package_prop_value("key=", "key="), "");
+    EXPECT_EQ(package_prop_value("k=\nvalue", "k="), "");
+    EXPECT_EQ(package_prop_value("k=v", "missing"), std::nullopt);
+}
+
+TEST(ActivityText, NameBehindTheRecord) {
+    struct Case {
+        std::string text;
+        std::optional<std::string> name;
+    };
+    const Case cases[] = {
+        {"  mFocusedActivity: ActivityRecord{abc u0 pkg/.Main t5}\n", "pkg/.Main"},
+        {"ActivityRecord{abc pkg/.Main}", "pkg/.Main"},
+        {"ActivityRecord{abc ua.pkg/.Main t5}", "t5"},  // the u rule looks at one character once
+        {"ActivityRecord{abc ua.pkg/.Main}", std::nullopt},
+        {"ActivityRecord{abc }", ""},
+        {"ActivityRecord{abc ", ""},
+        {"ActivityRecord{abc u0 pkg/.Main", "pkg/.Main"},
+        {"ActivityRecord{abc u0", std::nullopt},
+        {"ActivityRecord{abc}", std::nullopt},
+        {"mFocusedActivity: null", std::nullopt},
+        {"", std::nullopt},
+        {"ActivityRecord{a u0 first/.A t1}\nActivityRecord{b u0 second/.B t2}", "first/.A"},
+    };
+    for (const auto &c : cases) {
+        const auto got = top_activity_name(c.text);
+        EXPECT_EQ(got ? std::optional<std::string>(*got) : std::nullopt, c.name) << c.text;
+    }
+}
+
+TEST(StorageText, ConvertSpaceStrToValueWorkedValues) {
+    struct Case {
+        const char *text;
+        uint64_t bytes;
+    };
+    const Case cases[] = {
+        {"1.5G", 1610612736ull},
+        {"12.5G", 13421772800ull},
+        {"1.1G", 1181116006ull},
+        {"2G", 2147483648ull},
+        {"300M", 314572800ull},
+        {"0.5M", 524288ull},
+        {"100K", 102400ull},
+        {"1.7K", 1740ull},
+        {"2048", 2097152ull},
+        {"1.5", 1536ull},
+        {"", 0},
+        {"1.5T", 1536ull},  // another letter, or a small one, counts as no letter
+        {"1.5g", 1536ull},
+        {"2MG", 2147483648ull},  // G wins wherever it stands
+        {"3GM", 3221225472ull},
+        {"7M\r\n", 7340032ull},
+        {"\r\n4.5M", 4718592ull},  // leading white space is skipped as atof does
+        {"Avail", 0},
+        {"8589934592.0G", 9223372036854775808ull},  // 2^63: the top bit survives
+        {"17179869184G", 0},                              // 2^64 wraps in the whole-number reading
+        {"1.0e30G", 0},                                   // no count holds it
+    };
+    for (const auto &c : cases) EXPECT_EQ(ConvertSpaceStrToValue(c.text), c.bytes) << c.text;
+}
+
+TEST(StorageText, FourthWordOfTheWholeDfText) {
+    struct Case {
+        std::string text;
+        std::optional<uint64_t> bytes;
+    };
+    const Case cases[] = {
+        {"/dev/block/dm-5  114816564  22147388  92538104  20% /data\n", 92538104ull * 1024},
+        {"/data   12.5G   3.1G   9.4G   4096\r\n", 10093173145ull},
+        {"a b c 7M\r\n", 7340032ull},  // exactly four words, the CR LF stuck to the last
+        {"a b 7M\r\n", std::nullopt},
+        {"", std::nullopt},
+        {"    ", std::nullopt},
+        // Two lines: words run across the line end, so "2G\n/sys" is one word.
+        {"/data 1G 2G\n/sys 5G 6G 7G\n", 5368709120ull},
+        {"/data 1G 2G 3G\n/sys 5G 6G 7G\n", 3221225472ull},
+    };
+    for (const auto &c : cases) EXPECT_EQ(free_space_from_df(c.text), c.bytes) << c.text;
+}

@@ -1,0 +1,244 @@
+// wrenlink-phone: simulated Android phones that a real adb server connects to over TCP.
+//
+//   wrenlink-phone [-v|-vv] --phone port=N,profile=FILE,sandbox=DIR [--phone ...]
+//
+// Each phone listens on 127.0.0.1:N (0 picks a free port) and prints "ready 127.0.0.1:PORT" on
+// standard output once it is listening; `adb connect 127.0.0.1:PORT` then attaches it. SIGINT or
+// SIGTERM ends every phone. Run under one of the phone's command names (getprop, pm, ls, ...) the
+// program is that command instead; the phones link those names into their sandboxes.
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <list>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Wrenlink/fd.h"
+#include "Wrenlink/platform.h"
+#include "commands.h"
+#include "log.h"
+#include "phone.h"
+#include "transport.h"
+
+namespace phone {
+namespace {
+
+struct PhoneSpec {
+    unsigned port = 0;
+    std::string profile;
+    std::string sandbox;
+};
+
+struct Connection {
+    std::unique_ptr<Transport> transport;
+    std::thread thread;
+    std::shared_ptr<std::atomic<bool>> done;
+};
+
+struct ListeningPhone {
+    std::unique_ptr<PhoneContext> context;
+    wrenlink::UniqueFd listener;
+    unsigned port = 0;
+};
+
+int g_stop_pipe[2] = {-1, -1};
+
+void on_stop_signal(int) {
+    const char byte = 1;
+    [[maybe_unused]] const ssize_t ignored = ::write(g_stop_pipe[1], &byte, 1);
+}
+
+[[noreturn]] void usage(const char *why) {
+    std::fprintf(stderr,
+                 "wrenlink-phone: %s\n"
+                 "usage: wrenlink-phone [-v|-vv] --phone port=N,profile=FILE,sandbox=DIR [--phone ...]\n",
+                 why);
+    std::exit(2);
+}
+
+PhoneSpec parse_phone_spec(std::string_view text) {
+    PhoneSpec spec;
+    bool have_port = false;
+    while (!text.empty()) {
+        const auto comma = text.find(',');
+        const std::string_view item = text.substr(0, comma);
+        text = comma == std::string_view::npos ? std::string_view{} : text.substr(comma + 1);
+        const auto eq = item.find('=');
+        if (eq == std::string_view::npos) usage("a phone is port=N,profile=FILE,sandbox=DIR");
+        const std::string_view key = item.substr(0, eq);
+        const std::string value(item.substr(eq + 1));
+        if (key == "port") {
+            char *end = nullptr;
+            const unsigned long port = std::strtoul(value.c_str(), &end, 10);
+            if (value.empty() || *end != '\0' || port > 65535) usage("the port must be a number from 0 to 65535");
+            spec.port = static_cast<unsigned>(port);
+            have_port = true;
+        } else if (key == "profile") {
+            spec.profile = value;
+        } else if (key == "sandbox") {
+            spec.sandbox = value;
+        } else {
+            usage("unknown phone setting");
+        }
+    }
+    if (!have_port || spec.profile.empty() || spec.sandbox.empty()) usage("a phone needs port, profile and sandbox");
+    return spec;
+}
+
+std::string absolute_path(const std::string &path) {
+    char resolved[PATH_MAX];
+    if (!::realpath(path.c_str(), resolved)) {
+        std::fprintf(stderr, "wrenlink-phone: %s: %s\n", path.c_str(), std::strerror(errno));
+        std::exit(1);
+    }
+    return resolved;
+}
+
+wrenlink::UniqueFd listen_on_loopback(unsigned port, unsigned &bound_port) {
+    wrenlink::UniqueFd fd(wrenlink::platform::tcp_socket());
+    if (!fd) return fd;
+    const int one = 1;
+    ::setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    if (::bind(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 || ::listen(fd.get(), 16) != 0 ||
+        ::getsockname(fd.get(), reinterpret_cast<sockaddr *>(&address), &size) != 0)
+        return {};
+    bound_port = ntohs(address.sin_port);
+    return fd;
+}
+
+ListeningPhone start_phone(const PhoneSpec &spec, const std::string &executable) {
+    ::mkdir(spec.sandbox.c_str(), 0755);
+    const std::string sandbox = absolute_path(spec.sandbox);
+    const std::string profile_path = absolute_path(spec.profile);
+    std::string error;
+    auto profile = Profile::load(profile_path, error);
+    if (!profile) {
+        std::fprintf(stderr, "wrenlink-phone: %s\n", error.c_str());
+        std::exit(1);
+    }
+    ListeningPhone phone;
+    phone.listener = listen_on_loopback(spec.port, phone.port);
+    if (!phone.listener) {
+        std::fprintf(stderr, "wrenlink-phone: cannot listen on 127.0.0.1:%u: %s\n", spec.port, std::strerror(errno));
+        std::exit(1);
+    }
+    phone.context = std::make_unique<PhoneContext>(PhoneContext{"127.0.0.1:" + std::to_string(phone.port), profile_path,
+                                                                *profile, Sandbox(sandbox, *profile), executable});
+    if (!prepare_sandbox(*phone.context, error)) {
+        std::fprintf(stderr, "wrenlink-phone: cannot prepare %s: %s\n", sandbox.c_str(), error.c_str());
+        std::exit(1);
+    }
+    return phone;
+}
+
+void reap_finished(std::list<Connection> &connections) {
+    for (auto it = connections.begin(); it != connections.end();) {
+        if (*it->done) {
+            it->thread.join();
+            it = connections.erase(it);
+        } else {
+            ++it;
+        }
+    }
+}
+
+void accept_connection(ListeningPhone &phone, std::list<Connection> &connections) {
+#if defined(__linux__)
+    wrenlink::UniqueFd socket(::accept4(phone.listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+#else
+    wrenlink::UniqueFd socket(::accept(phone.listener.get(), nullptr, nullptr));
+    if (socket) ::fcntl(socket.get(), F_SETFD, FD_CLOEXEC);
+#endif
+    if (!socket) return;
+    const int one = 1;
+    ::setsockopt(socket.get(), IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+    log(1, "%s: server connection accepted", phone.context->name.c_str());
+    auto transport = std::make_unique<Transport>(std::move(socket), *phone.context);
+    auto done = std::make_shared<std::atomic<bool>>(false);
+    Transport *t = transport.get();
+    std::thread thread([t, done] {
+        t->serve();
+        *done = true;
+    });
+    connections.push_back({std::move(transport), std::move(thread), std::move(done)});
+}
+
+int serve_phones(std::vector<PhoneSpec> specs) {
+    const std::string executable = wrenlink::platform::executable_path();
+    if (executable.empty()) {
+        std::fprintf(stderr, "wrenlink-phone: cannot find my own executable\n");
+        return 1;
+    }
+    if (!wrenlink::platform::cloexec_pipe(g_stop_pipe)) return 1;
+    struct sigaction stop {};
+    stop.sa_handler = on_stop_signal;
+    ::sigaction(SIGINT, &stop, nullptr);
+    ::sigaction(SIGTERM, &stop, nullptr);
+    ::signal(SIGPIPE, SIG_IGN);
+
+    std::vector<ListeningPhone> phones;
+    for (const auto &spec : specs) phones.push_back(start_phone(spec, executable));
+    for (const auto &p : phones) std::printf("ready 127.0.0.1:%u\n", p.port);
+    std::fflush(stdout);
+
+    std::list<Connection> connections;
+    std::vector<pollfd> fds;
+    for (const auto &p : phones) fds.push_back({p.listener.get(), POLLIN, 0});
+    fds.push_back({g_stop_pipe[0], POLLIN, 0});
+    for (;;) {
+        if (::poll(fds.data(), fds.size(), 1000) < 0 && errno != EINTR) break;
+        if (fds.back().revents != 0) break;
+        for (std::size_t i = 0; i < phones.size(); ++i)
+            if (fds[i].revents & POLLIN) accept_connection(phones[i], connections);
+        reap_finished(connections);
+    }
+    for (auto &c : connections) c.transport->stop();
+    for (auto &c : connections) c.thread.join();
+    return 0;
+}
+
+}  // namespace
+}  // namespace phone
+
+int main(int argc, char **argv) {
+    const std::string_view invoked = argv[0];
+    const std::string_view base = invoked.substr(invoked.rfind('/') + 1);
+    const auto &names = phone::command_names();
+    if (std::find(names.begin(), names.end(), base) != names.end()) return phone::run_command(base, argc, argv);
+
+    std::vector<phone::PhoneSpec> specs;
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view arg = argv[i];
+        if (arg == "-v") {
+            phone::set_verbosity(1);
+        } else if (arg == "-vv") {
+            phone::set_verbosity(2);
+        } else if (arg == "--phone" && i + 1 < argc) {
+            specs.push_back(phone::parse_phone_spec(argv[++i]));
+        } else {
+            phone::usage("unknown argument");
+        }
+    }
+    if (specs.empty()) phone::usage("no phone given");
+    return phone::serve_phones(std::move(specs));
+}
