@@ -4,8 +4,8 @@
 // socket and make the same reply checks (magic, a payload no larger than asked, status): one
 // receives the payload straight into the caller's buffer, the other into a block of its own
 // (kept from call to call) and copies it once, as a read must that leaves the caller's buffer
-// untouched when it fails. NFCFileRefWrite against a client that sends the same request and data
-// (gathered into one sendmsg) and checks the same reply.
+// untouched when it fails. NFCFileRefWrite against a client that sends the same request, then the
+// data, and checks the same reply.
 //
 // The variants take turns call by call (contest.h), each on a connection of its own, walking through
 // the same 16 MiB file at the same step. The library's handle moves on by itself, so at the end of
@@ -115,7 +115,8 @@ bool raw_write(const RawFile &file, const std::vector<unsigned char> &data) {
     unsigned char request[kFileRequestSize];
     file_request(request, wire::op::kFileWrite, 16 + static_cast<uint32_t>(size), file.id(), file.offset(), size);
     wire::PacketHeader reply;
-    return send_both(file.fd(), request, sizeof request, data.data(), data.size()) &&
+    // The header waits for its data, as the library's does: sent alone, it wakes the agent twice.
+    return send_all(file.fd(), request, sizeof request, data.size() > 0) && send_all(file.fd(), data.data(), data.size()) &&
            recv_header(file.fd(), reply) && reply.status == 0;
 }
 

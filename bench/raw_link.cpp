@@ -4,7 +4,6 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
-#include <sys/uio.h>
 
 #include <cerrno>
 
@@ -71,33 +70,22 @@ UniqueFd accept_one(int listener) {
     }
 }
 
-bool send_all(int fd, const void *data, std::size_t n) {
+bool send_all(int fd, const void *data, std::size_t n, bool more) {
+    int flags = kSendFlags;
+#if defined(MSG_MORE)
+    if (more) flags |= MSG_MORE;
+#else
+    (void)more;
+#endif
     const auto *p = static_cast<const char *>(data);
     while (n > 0) {
-        const ssize_t sent = ::send(fd, p, n, kSendFlags);
+        const ssize_t sent = ::send(fd, p, n, flags);
         if (sent < 0 && errno == EINTR) continue;
         if (sent <= 0) return false;
         p += sent;
         n -= static_cast<std::size_t>(sent);
     }
     return true;
-}
-
-bool send_both(int fd, const void *first, std::size_t firstSize, const void *second, std::size_t secondSize) {
-    iovec parts[2] = {{const_cast<void *>(first), firstSize}, {const_cast<void *>(second), secondSize}};
-    msghdr message{};
-    message.msg_iov = parts;
-    message.msg_iovlen = 2;
-    const ssize_t sent = ::sendmsg(fd, &message, kSendFlags);
-    if (sent < 0) return false;
-    // What the kernel did not take in one go goes after it piece by piece.
-    auto done = static_cast<std::size_t>(sent);
-    if (done < firstSize) {
-        return send_all(fd, static_cast<const char *>(first) + done, firstSize - done) &&
-               send_all(fd, second, secondSize);
-    }
-    done -= firstSize;
-    return send_all(fd, static_cast<const char *>(second) + done, secondSize - done);
 }
 
 bool recv_exact(int fd, void *to, std::size_t n) {

@@ -22,10 +22,9 @@ uint16_t port_of(int listener);
 UniqueFd accept_one(int listener);
 
 // Exact transfers; false when the peer closed or a call failed first. Sends never raise SIGPIPE.
-bool send_all(int fd, const void *data, std::size_t n);
+// With `more`, the bytes wait for the next send where the platform allows (MSG_MORE).
+bool send_all(int fd, const void *data, std::size_t n, bool more = false);
 inline bool send_all(int fd, std::string_view bytes) { return send_all(fd, bytes.data(), bytes.size()); }
-// Two pieces, gathered by sendmsg into as few system calls as the kernel takes.
-bool send_both(int fd, const void *first, std::size_t firstSize, const void *second, std::size_t secondSize);
 bool recv_exact(int fd, void *to, std::size_t n);
 
 // The packet CRC: reflected CRC-32, polynomial 0xEDB88320, from 0, with no inversion.
