@@ -43,11 +43,19 @@ private:
 class ItemBuffer {
 public:
     static constexpr std::size_t kCapacity = 2048;
+    static_assert(kCapacity <= EventStream::kCapacity, "a whole item fits in the stream's buffer");
 
     // A payload beyond the capacity gives its first 2048 bytes; the rest is dropped.
     bool take(EventStream &stream, uint32_t length) {
         const std::size_t keep = std::min<std::size_t>(length, kCapacity);
-        if (!stream.read_prefix(text_, keep, length)) return false;
+        if (keep == length) {
+            const unsigned char *payload = stream.peek(keep);
+            if (payload == nullptr) return false;
+            std::memcpy(text_, payload, keep);
+            stream.skip(keep);
+        } else if (!stream.read_prefix(text_, keep, length)) {
+            return false;
+        }
         if (used_ > keep) std::memset(text_ + keep, 0, used_ - keep);
         used_ = keep;
         return true;
@@ -71,10 +79,11 @@ public:
     bool act(const wire::PacketHeader &event, EventStream &stream, const Callbacks &tell) {
         switch (event.opcode) {
         case wire::op::kEventProgress: {
-            unsigned char payload[16];  // always 16 bytes, whatever `length` says
-            if (!stream.read(payload, sizeof payload)) return false;
+            const unsigned char *payload = stream.peek(16);  // always 16 bytes, whatever `length` says
+            if (payload == nullptr) return false;
             done_ = static_cast<int64_t>(wire::load_u64(payload));
             total_ = static_cast<int64_t>(wire::load_u64(payload + 8));
+            stream.skip(16);
             tell.progress(done_, total_);
             return true;
         }
@@ -140,9 +149,14 @@ void pthread_start(ScanArgs *args) {
 
     EventStream stream(args->events->sock);
     ScanState scan;
-    unsigned char raw[wire::kHeaderSize];
     bool whole = stream.ok();
-    while (whole && stream.read(raw, sizeof raw)) whole = scan.act(wire::decode_header(raw), stream, tell);
+    while (whole) {
+        const unsigned char *raw = stream.peek(wire::kHeaderSize);
+        if (raw == nullptr) break;  // the stream has ended
+        const wire::PacketHeader event = wire::decode_header(raw);
+        stream.skip(wire::kHeaderSize);
+        whole = scan.act(event, stream, tell);
+    }
     if (!whole || !scan.finished()) tell.code(kStreamBroken);
 }
 

@@ -8,6 +8,7 @@
 
 #include "Wrenlink/file_exchange.h"
 #include "Wrenlink/packets.h"
+#include "Wrenlink/platform.h"
 
 namespace {
 
@@ -67,7 +68,10 @@ AgentStatus write_file(NetConnection *conn, NFCFileRef *ref, const void *data, i
     const std::string packet = make_file_write_packet(ref->remoteId, ref->position, length);
     const AgentStatus result = exchange(conn, Sticky::Yes, [&]() -> Exit {
         // Header and block first, then the data straight from the caller's memory, under one lock.
-        const int32_t sent = NetConnectionSend(conn, packet.data(), static_cast<int32_t>(packet.size()), 0);
+        // The header is held back for the data where the platform allows, so that the agent gets
+        // both in one segment rather than waking for 36 bytes and again for the rest.
+        const int more = length > 0 ? platform::more_follows_flag() : 0;
+        const int32_t sent = NetConnectionSend(conn, packet.data(), static_cast<int32_t>(packet.size()), more);
         if (sent != static_cast<int32_t>(packet.size())) std::puts(kWriteShortLine);
         if (sent < 0) return transfer_failed();
         if (Step s = send_request(conn, data, length)) return *s;

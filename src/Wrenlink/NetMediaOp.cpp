@@ -16,10 +16,8 @@ AgentStatus list_media(NetConnection *conn, std::string (*make)(), __MediaBean *
         if (const AgentStatus r = control_request(conn, make(), reply, SendErrorRule::Untouched)) return r;
         // A refusal's payload, if any, stays in the stream.
         if (reply.status != 0) return reply.status;
-        Payload payload;
-        if (const AgentStatus r = receive_payload(conn, reply.length, payload)) return r;
         AgentStatus parsed = 0;
-        const uint32_t items = ParseMediaBeanFromBytes(head, payload.data(), payload.size, &parsed);
+        const uint32_t items = ReceiveMediaBeans(conn, head, reply.length, &parsed);
         if (parsed != 0) return parsed;
         *count = items;
         return 0;

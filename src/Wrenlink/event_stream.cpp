@@ -10,22 +10,28 @@ namespace wrenlink {
 
 EventStream::EventStream(int fd) noexcept : fd_(fd), buffer_(new (std::nothrow) unsigned char[kCapacity]) {}
 
-bool EventStream::refill() noexcept {
-    if (ended_) return false;
-    const ssize_t n = ::recv(fd_, buffer_.get(), kCapacity, 0);
-    if (n <= 0) {
-        ended_ = true;
-        return false;
+bool EventStream::fill_to(std::size_t n) noexcept {
+    if (begin_ > 0) {
+        std::memmove(buffer_.get(), buffer_.get() + begin_, buffered());
+        end_ -= begin_;
+        begin_ = 0;
     }
-    begin_ = 0;
-    end_ = static_cast<std::size_t>(n);
+    while (end_ < n) {
+        if (ended_) return false;
+        const ssize_t got = ::recv(fd_, buffer_.get() + end_, kCapacity - end_, 0);
+        if (got <= 0) {
+            ended_ = true;
+            return false;
+        }
+        end_ += static_cast<std::size_t>(got);
+    }
     return true;
 }
 
 bool EventStream::read(void *to, std::size_t n) noexcept {
     auto *out = static_cast<unsigned char *>(to);
     while (n > 0) {
-        if (buffered() == 0 && !refill()) return false;
+        if (buffered() == 0 && !fill_to(1)) return false;
         const std::size_t k = std::min(n, buffered());
         std::memcpy(out, buffer_.get() + begin_, k);
         begin_ += k;
@@ -38,7 +44,7 @@ bool EventStream::read(void *to, std::size_t n) noexcept {
 bool EventStream::read_prefix(void *to, std::size_t keep, uint64_t length) noexcept {
     if (!read(to, keep)) return false;
     for (uint64_t rest = length - keep; rest > 0;) {
-        if (buffered() == 0 && !refill()) return false;
+        if (buffered() == 0 && !fill_to(1)) return false;
         const std::size_t k = static_cast<std::size_t>(std::min<uint64_t>(rest, buffered()));
         begin_ += k;
         rest -= k;

@@ -1,6 +1,7 @@
 // The reading side of a scan's event connection. One recv brings in as many events as the kernel
 // holds, where reading each header and payload with a receive of its own would cost two system
-// calls per event.
+// calls per event; and an event that fits in the buffer is read where it lies (peek, then skip),
+// with no copy of its own.
 #pragma once
 
 #include <cstddef>
@@ -23,9 +24,17 @@ public:
     // Takes a field of `length` bytes: copies its first `keep` bytes (keep <= length) into `to`
     // and drops the rest, so that the stream stays in step. False when the stream ends first.
     bool read_prefix(void *to, std::size_t keep, uint64_t length) noexcept;
+    // The next n bytes (n <= kCapacity) in one piece, received as needed; they stay next in the
+    // stream until skip(n). Null when the stream ends first.
+    const unsigned char *peek(std::size_t n) noexcept {
+        return buffered() >= n || fill_to(n) ? buffer_.get() + begin_ : nullptr;
+    }
+    // Drops n bytes that a peek has shown.
+    void skip(std::size_t n) noexcept { begin_ += n; }
 
 private:
-    bool refill() noexcept;
+    // Receives until n bytes (n <= kCapacity) are buffered, moving what is left to the front first.
+    bool fill_to(std::size_t n) noexcept;
     std::size_t buffered() const noexcept { return end_ - begin_; }
 
     int fd_;

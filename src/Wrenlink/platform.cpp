@@ -35,6 +35,14 @@ int send_flags() noexcept {
 #endif
 }
 
+int more_follows_flag() noexcept {
+#if defined(MSG_MORE)
+    return MSG_MORE;
+#else
+    return 0;
+#endif
+}
+
 namespace {
 [[maybe_unused]] bool set_cloexec(int fd) noexcept {
     const int flags = ::fcntl(fd, F_GETFD);

@@ -13,6 +13,10 @@ namespace wrenlink::platform {
 // Flags to add to every send(): no SIGPIPE where the platform has a per-call flag.
 int send_flags() noexcept;
 
+// A send flag that holds a short piece back until the next send (MSG_MORE), so that a request
+// header sent just before its data leaves in the same segment; 0 where the platform has none.
+int more_follows_flag() noexcept;
+
 // A TCP socket that is close-on-exec and, where the platform has no per-call flag, never raises
 // SIGPIPE. -1 with errno on failure.
 int tcp_socket() noexcept;
