@@ -44,14 +44,14 @@ constexpr std::array<uint8_t, 64> kChromaQuant = {
     99, 99, 47, 66, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99,
     99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99};
 
-struct HuffmanSpec {
+struct HuffmanTable {
     std::array<uint8_t, 16> counts;  // codes of each length 1..16
     std::vector<uint8_t> values;
 };
 
-const HuffmanSpec kDcLuma{{0, 1, 5, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0}, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}};
-const HuffmanSpec kDcChroma{{0, 3, 1, 1, 1, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0}, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}};
-const HuffmanSpec kAcLuma{
+const HuffmanTable kDcLuma{{0, 1, 5, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0}, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}};
+const HuffmanTable kDcChroma{{0, 3, 1, 1, 1, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0}, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}};
+const HuffmanTable kAcLuma{
     {0, 2, 1, 3, 3, 2, 4, 3, 5, 5, 4, 4, 0, 0, 1, 0x7d},
     {0x01, 0x02, 0x03, 0x00, 0x04, 0x11, 0x05, 0x12, 0x21, 0x31, 0x41, 0x06, 0x13, 0x51, 0x61, 0x07, 0x22, 0x71,
      0x14, 0x32, 0x81, 0x91, 0xa1, 0x08, 0x23, 0x42, 0xb1, 0xc1, 0x15, 0x52, 0xd1, 0xf0, 0x24, 0x33, 0x62, 0x72,
@@ -62,7 +62,7 @@ const HuffmanSpec kAcLuma{
      0xa4, 0xa5, 0xa6, 0xa7, 0xa8, 0xa9, 0xaa, 0xb2, 0xb3, 0xb4, 0xb5, 0xb6, 0xb7, 0xb8, 0xb9, 0xba, 0xc2, 0xc3,
      0xc4, 0xc5, 0xc6, 0xc7, 0xc8, 0xc9, 0xca, 0xd2, 0xd3, 0xd4, 0xd5, 0xd6, 0xd7, 0xd8, 0xd9, 0xda, 0xe1, 0xe2,
      0xe3, 0xe4, 0xe5, 0xe6, 0xe7, 0xe8, 0xe9, 0xea, 0xf1, 0xf2, 0xf3, 0xf4, 0xf5, 0xf6, 0xf7, 0xf8, 0xf9, 0xfa}};
-const HuffmanSpec kAcChroma{
+const HuffmanTable kAcChroma{
     {0, 2, 1, 2, 4, 4, 3, 4, 7, 5, 4, 4, 0, 1, 2, 0x77},
     {0x00, 0x01, 0x02, 0x03, 0x11, 0x04, 0x05, 0x21, 0x31, 0x06, 0x12, 0x41, 0x51, 0x07, 0x61, 0x71, 0x13, 0x22,
      0x32, 0x81, 0x08, 0x14, 0x42, 0x91, 0xa1, 0xb1, 0xc1, 0x09, 0x23, 0x33, 0x52, 0xf0, 0x15, 0x62, 0x72, 0xd1,
@@ -78,13 +78,13 @@ const HuffmanSpec kAcChroma{
 struct HuffmanCode {
     std::array<uint16_t, 256> code{};
     std::array<uint8_t, 256> length{};
-    explicit HuffmanCode(const HuffmanSpec &spec) {
+    explicit HuffmanCode(const HuffmanTable &table) {
         uint16_t next = 0;
         std::size_t k = 0;
         for (int len = 1; len <= 16; ++len) {
-            for (int i = 0; i < spec.counts[static_cast<std::size_t>(len - 1)]; ++i, ++k) {
-                code[spec.values[k]] = next++;
-                length[spec.values[k]] = static_cast<uint8_t>(len);
+            for (int i = 0; i < table.counts[static_cast<std::size_t>(len - 1)]; ++i, ++k) {
+                code[table.values[k]] = next++;
+                length[table.values[k]] = static_cast<uint8_t>(len);
             }
             next = static_cast<uint16_t>(next << 1);
         }
@@ -130,10 +130,10 @@ void put_marker_segment(std::string &out, uint8_t marker, const std::string &bod
     out += body;
 }
 
-std::string huffman_segment(int table_class, int id, const HuffmanSpec &spec) {
+std::string huffman_segment(int table_class, int id, const HuffmanTable &table) {
     std::string s(1, static_cast<char>(table_class << 4 | id));
-    for (uint8_t c : spec.counts) s.push_back(static_cast<char>(c));
-    for (uint8_t v : spec.values) s.push_back(static_cast<char>(v));
+    for (uint8_t c : table.counts) s.push_back(static_cast<char>(c));
+    for (uint8_t v : table.values) s.push_back(static_cast<char>(v));
     return s;
 }
 

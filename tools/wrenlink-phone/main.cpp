@@ -38,7 +38,7 @@
 namespace phone {
 namespace {
 
-struct PhoneSpec {
+struct PhoneConfig {
     unsigned port = 0;
     std::string profile;
     std::string sandbox;
@@ -71,8 +71,8 @@ void on_stop_signal(int) {
     std::exit(2);
 }
 
-PhoneSpec parse_phone_spec(std::string_view text) {
-    PhoneSpec spec;
+PhoneConfig parse_phone_config(std::string_view text) {
+    PhoneConfig config;
     bool have_port = false;
     while (!text.empty()) {
         const auto comma = text.find(',');
@@ -86,18 +86,18 @@ PhoneSpec parse_phone_spec(std::string_view text) {
             char *end = nullptr;
             const unsigned long port = std::strtoul(value.c_str(), &end, 10);
             if (value.empty() || *end != '\0' || port > 65535) usage("the port must be a number from 0 to 65535");
-            spec.port = static_cast<unsigned>(port);
+            config.port = static_cast<unsigned>(port);
             have_port = true;
         } else if (key == "profile") {
-            spec.profile = value;
+            config.profile = value;
         } else if (key == "sandbox") {
-            spec.sandbox = value;
+            config.sandbox = value;
         } else {
             usage("unknown phone setting");
         }
     }
-    if (!have_port || spec.profile.empty() || spec.sandbox.empty()) usage("a phone needs port, profile and sandbox");
-    return spec;
+    if (!have_port || config.profile.empty() || config.sandbox.empty()) usage("a phone needs port, profile and sandbox");
+    return config;
 }
 
 std::string absolute_path(const std::string &path) {
@@ -126,10 +126,10 @@ wrenlink::UniqueFd listen_on_loopback(unsigned port, unsigned &bound_port) {
     return fd;
 }
 
-ListeningPhone start_phone(const PhoneSpec &spec, const std::string &executable) {
-    ::mkdir(spec.sandbox.c_str(), 0755);
-    const std::string sandbox = absolute_path(spec.sandbox);
-    const std::string profile_path = absolute_path(spec.profile);
+ListeningPhone start_phone(const PhoneConfig &config, const std::string &executable) {
+    ::mkdir(config.sandbox.c_str(), 0755);
+    const std::string sandbox = absolute_path(config.sandbox);
+    const std::string profile_path = absolute_path(config.profile);
     std::string error;
     auto profile = Profile::load(profile_path, error);
     if (!profile) {
@@ -137,9 +137,9 @@ ListeningPhone start_phone(const PhoneSpec &spec, const std::string &executable)
         std::exit(1);
     }
     ListeningPhone phone;
-    phone.listener = listen_on_loopback(spec.port, phone.port);
+    phone.listener = listen_on_loopback(config.port, phone.port);
     if (!phone.listener) {
-        std::fprintf(stderr, "wrenlink-phone: cannot listen on 127.0.0.1:%u: %s\n", spec.port, std::strerror(errno));
+        std::fprintf(stderr, "wrenlink-phone: cannot listen on 127.0.0.1:%u: %s\n", config.port, std::strerror(errno));
         std::exit(1);
     }
     phone.context = std::make_unique<PhoneContext>(PhoneContext{"127.0.0.1:" + std::to_string(phone.port), profile_path,
@@ -183,7 +183,7 @@ void accept_connection(ListeningPhone &phone, std::list<Connection> &connections
     connections.push_back({std::move(transport), std::move(thread), std::move(done)});
 }
 
-int serve_phones(std::vector<PhoneSpec> specs) {
+int serve_phones(std::vector<PhoneConfig> configs) {
     const std::string executable = wrenlink::platform::executable_path();
     if (executable.empty()) {
         std::fprintf(stderr, "wrenlink-phone: cannot find my own executable\n");
@@ -197,7 +197,7 @@ int serve_phones(std::vector<PhoneSpec> specs) {
     ::signal(SIGPIPE, SIG_IGN);
 
     std::vector<ListeningPhone> phones;
-    for (const auto &spec : specs) phones.push_back(start_phone(spec, executable));
+    for (const auto &config : configs) phones.push_back(start_phone(config, executable));
     for (const auto &p : phones) std::printf("ready 127.0.0.1:%u\n", p.port);
     std::fflush(stdout);
 
@@ -226,7 +226,7 @@ int main(int argc, char **argv) {
     const auto &names = phone::command_names();
     if (std::find(names.begin(), names.end(), base) != names.end()) return phone::run_command(base, argc, argv);
 
-    std::vector<phone::PhoneSpec> specs;
+    std::vector<phone::PhoneConfig> configs;
     for (int i = 1; i < argc; ++i) {
         const std::string_view arg = argv[i];
         if (arg == "-v") {
@@ -234,11 +234,11 @@ int main(int argc, char **argv) {
         } else if (arg == "-vv") {
             phone::set_verbosity(2);
         } else if (arg == "--phone" && i + 1 < argc) {
-            specs.push_back(phone::parse_phone_spec(argv[++i]));
+            configs.push_back(phone::parse_phone_config(argv[++i]));
         } else {
             phone::usage("unknown argument");
         }
     }
-    if (specs.empty()) phone::usage("no phone given");
-    return phone::serve_phones(std::move(specs));
+    if (configs.empty()) phone::usage("no phone given");
+    return phone::serve_phones(std::move(configs));
 }

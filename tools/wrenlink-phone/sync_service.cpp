@@ -168,10 +168,10 @@ private:
 
     // SEND: "path,mode", then DATA records and a DONE with the file's time. A file that cannot be
     // made still has its data read to the DONE before the failure is told, as the client expects.
-    bool receive_file(const std::string &spec) {
-        const auto comma = spec.rfind(',');
-        const std::string path = resolve_phone_path(spec.substr(0, comma));
-        const mode_t mode = comma == std::string::npos ? 0644 : static_cast<mode_t>(std::strtoul(spec.c_str() + comma + 1, nullptr, 10));
+    bool receive_file(const std::string &target) {
+        const auto comma = target.rfind(',');
+        const std::string path = resolve_phone_path(target.substr(0, comma));
+        const mode_t mode = comma == std::string::npos ? 0644 : static_cast<mode_t>(std::strtoul(target.c_str() + comma + 1, nullptr, 10));
         std::string failure;
         wrenlink::UniqueFd file;
         if (S_ISLNK(mode)) {
@@ -210,8 +210,8 @@ private:
     }
 
     // RECV: the file in DATA records of at most 64 KiB, several to a transport message, then DONE.
-    bool send_file(const std::string &spec) {
-        const std::string path = resolve_phone_path(spec);
+    bool send_file(const std::string &target) {
+        const std::string path = resolve_phone_path(target);
         if (!phone_.sandbox.may_read(path, phone_.adbd_is_root())) return send_fail(stream_, errno_text("open failed", EACCES));
         wrenlink::UniqueFd file(::open(phone_.sandbox.host_path(path).c_str(), O_RDONLY | O_CLOEXEC));
         if (!file) return send_fail(stream_, errno_text("open failed", errno));
