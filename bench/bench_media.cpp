@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Wrenlink/Wrenlink.h"
+#include "media_release.h"
 #include "canned_agent.h"
 #include "contest.h"
 #include "ratio_report.h"
@@ -17,16 +18,6 @@ namespace {
 using namespace wrenlink;
 using namespace wrenlink::bench;
 
-void free_list(__MediaBean *record, void (*release)(void *)) {
-    while (record != nullptr) {
-        __MediaBean *next = record->next;
-        release(record->text1);
-        release(record->text2);
-        release(record->text3);
-        release(record);
-        record = next;
-    }
-}
 
 // A hand-written parser of one list payload into records hung on `head`; the count, or -1.
 class RawList {
@@ -111,7 +102,7 @@ public:
         uint32_t count = 0;
         return NMCListImages(conn_, &head, &count) == 0 && count == CannedAgent::kMediaItems;
     }
-    void release(__MediaBean &head) const { free_list(head.next, library_ ? WrenlinkFree : std::free); }
+    void release(__MediaBean &head) const { free_media_list(head.next, library_ ? WrenlinkFree : std::free); }
 
 private:
     bool library_;

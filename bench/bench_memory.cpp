@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Wrenlink/Wrenlink.h"
+#include "media_release.h"
 #include "ratio_report.h"
 #include "reference_agent.h"
 
@@ -26,16 +27,6 @@ long resident_kib() {
     return resident < 0 ? -1 : resident * (::sysconf(_SC_PAGESIZE) / 1024);
 }
 
-void free_list(__MediaBean *record) {
-    while (record != nullptr) {
-        __MediaBean *next = record->next;
-        WrenlinkFree(record->text1);
-        WrenlinkFree(record->text2);
-        WrenlinkFree(record->text3);
-        WrenlinkFree(record);
-        record = next;
-    }
-}
 
 // One round of exchanges of every kind; their count, or 0 when one failed.
 int exchange_round(NetConnection *conn, std::vector<unsigned char> &buffer) {
@@ -48,7 +39,7 @@ int exchange_round(NetConnection *conn, std::vector<unsigned char> &buffer) {
     __MediaBean head{};
     uint32_t count = 0;
     ok = ok && NMCListImages(conn, &head, &count) == 0 && count == 3;
-    free_list(head.next);
+    free_media_list(head.next);
     return ok ? 8 : 0;
 }
 

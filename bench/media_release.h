@@ -1,0 +1,20 @@
+// Frees a media list handed over by the library, record by record, with the given release
+// function (the library's WrenlinkFree, or free for the raw parser's records).
+#pragma once
+
+#include "Wrenlink/Wrenlink.h"
+
+namespace wrenlink::bench {
+
+inline void free_media_list(__MediaBean *record, void (*release)(void *) = WrenlinkFree) {
+    while (record != nullptr) {
+        __MediaBean *next = record->next;
+        release(record->text1);
+        release(record->text2);
+        release(record->text3);
+        release(record);
+        record = next;
+    }
+}
+
+}  // namespace wrenlink::bench
