@@ -80,7 +80,7 @@ void close_socket(NetConnection *conn) noexcept {
 }  // namespace
 
 namespace wrenlink {
-NetConnection *open_private_connection(const char *address, uint32_t port) noexcept {
+NetConnection *open_private_connection(const char *address, uint32_t port) {
     return guarded<NetConnection *>(nullptr, [&] { return open_connection(address, port).release(); });
 }
 

@@ -20,7 +20,7 @@ namespace wrenlink {
 // A connection that the library opens for itself and that no caller ever sees (the event
 // connection of a scan): made like NetConnectionOpen's, but not kept for the life of the process.
 // Null on failure. Give it back with destroy_private_connection.
-NetConnection *open_private_connection(const char *address, uint32_t port) noexcept;
+NetConnection *open_private_connection(const char *address, uint32_t port);
 
 // Closes and frees a record made by open_private_connection. Records handed to callers are never
 // freed.

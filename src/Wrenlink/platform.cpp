@@ -58,9 +58,7 @@ int tcp_socket() noexcept {
     if (fd < 0) return -1;
     const int one = 1;
     if (!set_cloexec(fd) || ::setsockopt(fd, SOL_SOCKET, SO_NOSIGPIPE, &one, sizeof one) != 0) {
-        const int saved = errno;
-        ::close(fd);
-        errno = saved;
+        close_descriptor(fd);
         return -1;
     }
     return fd;
@@ -73,10 +71,8 @@ bool cloexec_pipe(int fds[2]) noexcept {
 #else
     if (::pipe(fds) != 0) return false;
     if (!set_cloexec(fds[0]) || !set_cloexec(fds[1])) {
-        const int saved = errno;
-        ::close(fds[0]);
-        ::close(fds[1]);
-        errno = saved;
+        close_descriptor(fds[0]);
+        close_descriptor(fds[1]);
         return false;
     }
     return true;

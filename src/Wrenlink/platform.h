@@ -8,6 +8,19 @@
 
 #include "Wrenlink/fd.h"
 
+// The exception by which the C library unwinds a cancelled thread, where the C++ runtime names it
+// (glibc with libstdc++). A catch-all that swallows it aborts the process, so every catch-all on
+// the way out of an entry point lets it pass.
+// It has no object: the reference that catches it is bound to null, which the undefined-behaviour
+// sanitizer must not check in the catching function.
+#if defined(__GLIBCXX__) && __has_include(<cxxabi.h>)
+#include <cxxabi.h>
+#define WRENLINK_FORCED_UNWIND abi::__forced_unwind
+#define WRENLINK_CATCHES_FORCED_UNWIND [[gnu::no_sanitize("null")]]
+#else
+#define WRENLINK_CATCHES_FORCED_UNWIND
+#endif
+
 namespace wrenlink::platform {
 
 // Flags to add to every send(): no SIGPIPE where the platform has a per-call flag.
