@@ -70,6 +70,10 @@ Step receive_reply_header(NetConnection *conn, wire::PacketHeader &header);
 // Send, then the reply header.
 Step request(NetConnection *conn, const std::string &packet, wire::PacketHeader &header);
 
+// Reads and drops the `length` payload bytes of a reply that the operation refuses unread, a piece
+// at a time: nothing is allocated, however long the peer says it is, and the stream stays in step.
+Step drop_payload(NetConnection *conn, const wire::PacketHeader &header);
+
 enum class Crc { Ignored, Verified };
 // The `length` payload bytes of the reply, in one block, optionally checked against `crc`.
 Step receive_payload(NetConnection *conn, const wire::PacketHeader &header, agent::Payload &payload, Crc crc);
