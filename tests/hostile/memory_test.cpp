@@ -11,7 +11,9 @@
 #include <string>
 
 #include "Wrenlink/Wrenlink.h"
+#include "doubles/fake_adb_fixture.h"
 #include "doubles/scripted_agent.h"
+#include "runner/test_support.h"
 
 using namespace wrenlink::test;
 
@@ -43,6 +45,12 @@ long peak_growth_kib(const std::function<void()> &call) {
     return status_kib("VmHWM:") - before;
 }
 
+std::string filled(std::size_t n, char first) {
+    std::string text(n, '\0');
+    for (std::size_t i = 0; i < n; ++i) text[i] = static_cast<char>(first + i % 26);
+    return text;
+}
+
 }  // namespace
 
 TEST(HostileMemory, ReadReplyFarLongerThanAskedIsDroppedAsItComes) {
@@ -67,4 +75,14 @@ TEST(HostileMemory, ReadReplyFarLongerThanAskedIsDroppedAsItComes) {
     NFCFileRefClose(conn, ref);  // released whatever the closed stream answers
     NetConnectionClose(conn);
     EXPECT_EQ(agent.failures(), "");
+}
+
+TEST(HostileMemory, ToolOutputBeyondTheCallersBufferIsReadAndDropped) {
+    FakeAdb adb;
+    adb.scenario("always fill 33554432 8388608");
+    std::string text;
+    const long growth = peak_growth_kib([&] { text = adb_text(" logcat"); });
+    if (growth < 0) GTEST_SKIP() << "no peak resident figure here";
+    EXPECT_EQ(text, filled(2047, 'A'));
+    EXPECT_LT(growth, kGoalKiB);
 }
