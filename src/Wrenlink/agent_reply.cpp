@@ -38,10 +38,10 @@ AgentStatus receive_payload(NetConnection *conn, uint32_t length, Payload &out) 
 
 AgentStatus control_request(NetConnection *conn, const std::string &packet, wire::PacketHeader &reply,
                             SendErrorRule rule) {
-    if (conn->sendError != 0) return static_cast<AgentStatus>(conn->sendError);
+    if (const int stored = load_field(conn->sendError)) return static_cast<AgentStatus>(stored);
     auto failed = [&] {
         const int err = failure_errno();
-        if (rule == SendErrorRule::Stored) conn->sendError = err;
+        if (rule == SendErrorRule::Stored) store_field(conn->sendError, err);
         return static_cast<AgentStatus>(err);
     };
     if (NetConnectionSend(conn, packet.data(), static_cast<int32_t>(packet.size()), 0) < 0) return failed();

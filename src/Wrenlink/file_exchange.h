@@ -47,7 +47,7 @@ enum class Sticky { Yes, No };
 // fileError, read without the lock: written only under it, read atomically so that a gate check
 // never races with another thread's failing exchange.
 inline AgentStatus gate(const NetConnection *conn) noexcept {
-    return static_cast<AgentStatus>(__atomic_load_n(&conn->fileError, __ATOMIC_RELAXED));
+    return static_cast<AgentStatus>(load_field(conn->fileError));
 }
 
 // Runs `body` (which returns an Exit) under the connection's lock, stores its sticky value in
@@ -56,7 +56,7 @@ template <class Body>
 AgentStatus exchange(NetConnection *conn, Sticky sticky, Body &&body) {
     std::lock_guard lock(conn->mutex);
     const Exit exit = body();
-    if (sticky == Sticky::Yes && exit.sticky != 0) __atomic_store_n(&conn->fileError, exit.sticky, __ATOMIC_RELAXED);
+    if (sticky == Sticky::Yes && exit.sticky != 0) store_field(conn->fileError, exit.sticky);
     return exit.result;
 }
 
