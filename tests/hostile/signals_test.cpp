@@ -9,12 +9,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <climits>
-#include <cstdlib>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <thread>
 #include <vector>
@@ -30,63 +29,31 @@ extern char **environ;
 
 namespace {
 
-std::vector<std::string> kinds_of(const std::vector<FakeAdbRecord> &records) {
-    std::vector<std::string> kinds;
-    for (const auto &r : records) kinds.push_back(r.kind + (r.kind == "exit" ? " " + r.words.at(0) : ""));
-    return kinds;
-}
+// A handler of the host's for `sig`, for the life of the object.
+class HostHandler {
+public:
+    HostHandler(int sig, void (*handler)(int), int flags) : sig_(sig) {
+        struct sigaction sa {};
+        sa.sa_handler = handler;
+        sa.sa_flags = flags;
+        ::sigaction(sig, &sa, &old_);
+    }
+    ~HostHandler() { ::sigaction(sig_, &old_, nullptr); }
 
-// SIGALRM every millisecond while it lives, with a handler installed without SA_RESTART.
+private:
+    int sig_;
+    struct sigaction old_ {};
+};
+
 std::atomic<int> g_ticks{0};
-class FastTimer {
-public:
-    FastTimer() {
-        struct sigaction sa {};
-        sa.sa_handler = [](int) { ++g_ticks; };
-        ::sigaction(SIGALRM, &sa, &old_);
-        const itimerval every{{0, 1000}, {0, 1000}};
-        ::setitimer(ITIMER_REAL, &every, nullptr);
-    }
-    ~FastTimer() {
-        const itimerval off{};
-        ::setitimer(ITIMER_REAL, &off, nullptr);
-        ::sigaction(SIGALRM, &old_, nullptr);
-    }
+void count_tick(int) { ++g_ticks; }
 
-private:
-    struct sigaction old_ {};
-};
-
-// A SIGCHLD handler that reaps every child that has ended, and remembers which.
-std::atomic<pid_t> g_reaped[64];
-std::atomic<int> g_reapedCount{0};
-class ReapingHost {
-public:
-    ReapingHost() {
-        struct sigaction sa {};
-        sa.sa_handler = [](int) {
-            const int saved = errno;
-            pid_t pid;
-            while ((pid = ::waitpid(-1, nullptr, WNOHANG)) > 0) {
-                const int at = g_reapedCount++;
-                if (at < 64) g_reaped[at] = pid;
-            }
-            errno = saved;
-        };
-        sa.sa_flags = SA_RESTART;
-        ::sigaction(SIGCHLD, &sa, &old_);
+void reap_every_child(int) {
+    const int saved = errno;
+    while (::waitpid(-1, nullptr, WNOHANG) > 0) {
     }
-    ~ReapingHost() { ::sigaction(SIGCHLD, &old_, nullptr); }
-    static bool reaped(pid_t pid) {
-        for (int i = 0; i < std::min(g_reapedCount.load(), 64); ++i) {
-            if (g_reaped[i] == pid) return true;
-        }
-        return false;
-    }
-
-private:
-    struct sigaction old_ {};
-};
+    errno = saved;
+}
 
 // A process unrelated to the test's (its parent exits at once) that takes the number `pid`, free
 // again in this PID namespace, and waits. It holds a pipe whose end tells when it has died.
@@ -95,15 +62,11 @@ public:
     explicit Bystander(pid_t pid) {
         int fds[2];
         if (::pipe(fds) != 0) return;
-        const pid_t parent = ::fork();
-        if (parent == 0) {  // only async-signal-safe calls from here: the test has threads
-            ::close(fds[0]);
+        if (::fork() == 0) {  // only async-signal-safe calls from here: the test has threads
             char last[32];
             const int n = std::snprintf(last, sizeof last, "%d", pid - 1);
             const int fd = ::open("/proc/sys/kernel/ns_last_pid", O_WRONLY);
-            (void)!::write(fd, last, static_cast<std::size_t>(n));
-            ::close(fd);
-            if (::fork() == 0) {
+            if (n > 0 && ::write(fd, last, static_cast<std::size_t>(n)) == n && ::fork() == 0) {
                 const pid_t self = ::getpid();
                 (void)!::write(fds[1], &self, sizeof self);
                 for (;;) ::pause();
@@ -112,12 +75,12 @@ public:
         }
         ::close(fds[1]);
         alive_ = fds[0];
-        if (parent < 0 || ::read(alive_, &pid_, sizeof pid_) != sizeof pid_) pid_ = -1;
+        if (::read(alive_, &pid_, sizeof pid_) != sizeof pid_) pid_ = -1;
         ::fcntl(alive_, F_SETFL, O_NONBLOCK);
     }
     ~Bystander() {
         if (pid_ > 0) ::kill(pid_, SIGKILL);
-        if (alive_ >= 0) ::close(alive_);
+        ::close(alive_);
     }
     pid_t pid() const { return pid_; }
     bool alive() const {
@@ -162,17 +125,22 @@ TEST(Signals, TerminateGraceLastsThroughATimersInterruptions) {
     adb.scenario("always slow-term 250 sleep 30000");
     g_ticks = 0;
     {
-        const FastTimer timer;
+        const HostHandler alarm(SIGALRM, count_tick, 0);
+        const itimerval every{{0, 1000}, {0, 1000}}, off{};
+        ::setitimer(ITIMER_REAL, &every, nullptr);
         adb_text(" logcat", false);
+        ::setitimer(ITIMER_REAL, &off, nullptr);
     }
     EXPECT_GT(g_ticks.load(), 100);
     // The tool got its terminate signal and the quarter second it took to go.
-    EXPECT_EQ(kinds_of(adb.records()), (std::vector<std::string>{"argv", "term", "exit 143"}));
+    std::vector<std::string> kinds;
+    for (const auto &r : adb.records()) kinds.push_back(r.kind + (r.kind == "exit" ? " " + r.words.at(0) : ""));
+    EXPECT_EQ(kinds, (std::vector<std::string>{"argv", "term", "exit 143"}));
 }
 
 TEST(PidSafety, ToolReapedByTheHostIsNeverSignalledNorItsPidsNewOwner) {
     if (std::getenv(kInsideNamespace) == nullptr) return rerun_in_own_pid_namespace();
-    const ReapingHost host;
+    const HostHandler reaper(SIGCHLD, reap_every_child, SA_RESTART);
     FakeAdb adb;
     adb.scenario("args quick out \"text\\n\"\nargs brief exit 0");
     // The host reaps the tool first; the run still gives its text.
@@ -180,13 +148,14 @@ TEST(PidSafety, ToolReapedByTheHostIsNeverSignalledNorItsPidsNewOwner) {
 
     std::thread run([] { adb_text(" brief", false); });
     pid_t tool = 0;
-    for (int i = 0; i < 2000 && !(tool != 0 && ReapingHost::reaped(tool)); ++i) {
+    // Reaped once even a zombie of it is gone.
+    for (int i = 0; i < 2000 && (tool == 0 || ::kill(tool, 0) == 0); ++i) {
         std::this_thread::sleep_for(2ms);
         for (const auto &r : adb.records()) {
             if (r.kind == "argv" && r.words.back() == "brief") tool = static_cast<pid_t>(r.pid);
         }
     }
-    ASSERT_TRUE(tool != 0 && ReapingHost::reaped(tool)) << "the host never reaped the tool";
+    ASSERT_TRUE(tool != 0 && ::kill(tool, 0) != 0) << "the host never reaped the tool";
     // While the run waits out its second, another process takes the tool's number.
     const Bystander bystander(tool);
     run.join();
