@@ -32,13 +32,14 @@
  *     unwinds cancelled threads (glibc). A connection whose exchange was cut is out of step: close
  *     it. Asynchronous cancellation is not supported.
  *   - Signals. Install handlers with SA_RESTART. Without it, a signal that interrupts an agent
- *     receive fails it with EINTR (sends are retried): the file operations store EINTR and refuse
- *     every later call on that connection, as do the scan operations (a running scan's loop ends
- *     with onCode(22)); the media operations keep no error but are then out of step with their
- *     replies (the next list may return the previous request's). Either way, open a new connection.
- *     Tool runs and root shells are not disturbed: their waits keep their whole length. The library
- *     never raises SIGPIPE and signals its tool children through a pidfd where Linux has one, so a
- *     host that reaps every child (SIGCHLD) or ignores SIGCHLD is fine.
+ *     receive fails it with EINTR (sends are retried): the file operations (an open excepted)
+ *     store EINTR and refuse every later call on that connection, as do the scan operations (a
+ *     running scan's loop ends with onCode(22)); the media operations keep no error but are then
+ *     out of step with their replies (the next list may return the previous request's). Either
+ *     way, open a new connection. Tool runs and root shells are not disturbed: their waits keep
+ *     their whole length. The library never raises SIGPIPE and signals its tool children through a
+ *     pidfd where Linux has one, so a host that reaps every child (SIGCHLD) or ignores SIGCHLD is
+ *     fine.
  *   - Output. The library writes these lines to whatever holds fds 1 and 2. On stdout:
  *     "NetConnectionSend:<sent>/<length>(<reason>)" when a send fails; a line when the first send of
  *     NFCFileRefWrite comes back short; "AdbPushFile:<command line>" on every AdbPushFile; a line
