@@ -74,8 +74,17 @@ Step request(NetConnection *conn, const std::string &packet, wire::PacketHeader 
 // at a time: nothing is allocated, however long the peer says it is, and the stream stays in step.
 Step drop_payload(NetConnection *conn, const wire::PacketHeader &header);
 
-enum class Crc { Ignored, Verified };
-// The `length` payload bytes of the reply, in one block, optionally checked against `crc`.
-Step receive_payload(NetConnection *conn, const wire::PacketHeader &header, agent::Payload &payload, Crc crc);
+// The `length` payload bytes of a read reply, in one block. The read has already refused a length
+// beyond what its caller asked for, so the block is bounded by the caller's buffer.
+Step receive_payload(NetConnection *conn, const wire::PacketHeader &header, agent::Payload &payload);
+
+// The first bytes of a reply payload (a handle, a position), the payload checked against the
+// header's CRC. It is read in pieces and its CRC taken as it comes: a peer that claims a huge
+// payload costs time, never memory.
+struct PayloadHead {
+    unsigned char bytes[8] = {};
+    uint32_t size = 0;  // the whole payload's
+};
+Step receive_verified_head(NetConnection *conn, const wire::PacketHeader &header, PayloadHead &head);
 
 }  // namespace wrenlink::nfc

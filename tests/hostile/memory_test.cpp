@@ -77,6 +77,27 @@ TEST(HostileMemory, ReadReplyFarLongerThanAskedIsDroppedAsItComes) {
     EXPECT_EQ(agent.failures(), "");
 }
 
+// A tell needs 8 bytes of its payload: a reply that claims far more is checked as it comes, never
+// held whole.
+TEST(HostileMemory, TellReplyFarLongerThanItsPositionIsCheckedAsItComes) {
+    constexpr uint32_t kClaimed = 64 * kMiB;
+    ScriptedAgent agent;
+    agent.add(Script().expect_request(1).send(reply(0, le32(7)))
+                  .expect_request(5).send(header(wrenlink::wire::kMagic, kClaimed, 5, 0, 0)).send_filler(kClaimed));
+    NetConnection *conn = NetConnectionOpen("127.0.0.1", agent.port());
+    NFCFileRef *ref = nullptr;
+    ASSERT_EQ(NFCFileRefOpen(conn, "/f", "r", &ref), 0u);
+    int64_t position = -1;
+    AgentStatus told = 0;
+    const long growth = peak_growth_kib([&] { told = NFCFileRefTell(conn, ref, &position); });
+    if (growth < 0) GTEST_SKIP() << "no peak resident figure here";
+    EXPECT_EQ(told, AgentBadCrc);
+    EXPECT_EQ(position, -1);
+    EXPECT_LT(growth, kGoalKiB);
+    WrenlinkFree(ref);  // the family is stopped now, so a close would end at its gate
+    NetConnectionClose(conn);
+}
+
 TEST(HostileMemory, ToolOutputBeyondTheCallersBufferIsReadAndDropped) {
     FakeAdb adb;
     adb.scenario("always fill 33554432 8388608");
