@@ -5,14 +5,15 @@
 #   - the concurrency tests under ThreadSanitizer (tsan preset): build, ctest;
 #   - every other build that README.md gives: the release preset in full and the demo against its
 #     installed library (scripts/demo.sh); the packagers' lib preset, shared and static, each
-#     installed and linked into C programs; the library alone built by clang; and an application
-#     that adds the source tree with add_subdirectory while the test frameworks cannot be found.
+#     installed and linked into C programs; the library alone built by clang; the fuzz preset; and
+#     an application that adds the source tree with add_subdirectory while the test frameworks
+#     cannot be found.
 # Arguments go to the first ctest.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-bash scripts/ensure-packages.sh g++ clang cmake ninja-build pkg-config libgtest-dev libgmock-dev libbenchmark-dev \
-     adb procps util-linux
+bash scripts/ensure-packages.sh g++ clang libclang-rt-dev cmake ninja-build pkg-config libgtest-dev libgmock-dev \
+     libbenchmark-dev adb procps util-linux
 
 cmake --preset dev
 cmake --build --preset dev
@@ -35,9 +36,11 @@ cmake --preset lib -DBUILD_SHARED_LIBS=OFF >/dev/null
 cmake --build --preset lib
 bash tests/install/check_install.sh build/lib
 
-echo "== the library alone, built by clang"
+echo "== the library alone, built by clang; the fuzzers (scripts/fuzz.sh builds them so)"
 cmake --preset clang-lib >/dev/null
 cmake --build --preset clang-lib
+cmake --preset fuzz >/dev/null
+cmake --build --preset fuzz
 
 echo "== an application that adds the source tree, without GoogleTest or Google Benchmark"
 app=build/subproject
