@@ -50,11 +50,14 @@ AgentStatus read_file(NetConnection *conn, NFCFileRef *ref, void *buffer, int32_
         PacketHeader h;
         agent::Payload payload;
         if (Step s = request(conn, packet, h)) return *s;
-        // The payload is consumed whatever the status, so the stream stays in step.
+        // The payload is consumed whatever the status, so the stream stays in step. More than
+        // asked would overrun `buffer`: refused before anything is allocated for it.
+        if (h.length > static_cast<uint32_t>(asked < 0 ? 0 : asked)) {
+            if (Step s = drop_payload(conn, h)) return *s;
+            return answered(h.status != 0 ? h.status : EMSGSIZE);
+        }
         if (Step s = receive_payload(conn, h, payload, Crc::Ignored)) return *s;
         if (h.status != 0) return answered(h.status);
-        // More than asked would overrun `buffer`: refused, with the reply consumed.
-        if (payload.size > static_cast<uint32_t>(asked < 0 ? 0 : asked)) return answered(EMSGSIZE);
         if (payload.size > 0) std::memcpy(buffer, payload.data(), payload.size);
         *length = static_cast<int32_t>(payload.size);
         ref->position += static_cast<int64_t>(payload.size);

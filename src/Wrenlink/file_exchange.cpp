@@ -1,5 +1,7 @@
 #include "Wrenlink/file_exchange.h"
 
+#include <climits>
+
 #include "Wrenlink/crc.h"
 
 namespace wrenlink::nfc {
@@ -20,6 +22,14 @@ Step receive_reply_header(NetConnection *conn, wire::PacketHeader &header) {
 Step request(NetConnection *conn, const std::string &packet, wire::PacketHeader &header) {
     if (Step s = send_request(conn, packet)) return s;
     return receive_reply_header(conn, header);
+}
+
+Step drop_payload(NetConnection *conn, const wire::PacketHeader &header) {
+    // A length of 2^31 or more counts as negative to NetConnectionRecv, which reads nothing.
+    if (header.length > static_cast<uint32_t>(INT32_MAX) || !agent::drop_bytes(conn, header.length)) {
+        return out_of_step(AgentShortPayload);
+    }
+    return std::nullopt;
 }
 
 Step receive_payload(NetConnection *conn, const wire::PacketHeader &header, agent::Payload &payload, Crc crc) {
