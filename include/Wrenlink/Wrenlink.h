@@ -55,6 +55,13 @@
 #ifndef WRENLINK_WRENLINK_H
 #define WRENLINK_WRENLINK_H
 
+/* The version of this header and of the library. The build stops when these differ from the
+ * project's version, so the header an application compiles against names the library it gets.
+ * While the major version is 0, a new minor version may change the interface. */
+#define WRENLINK_VERSION_MAJOR 0
+#define WRENLINK_VERSION_MINOR 1
+#define WRENLINK_VERSION_PATCH 0
+
 #include <stddef.h>
 #include <stdint.h>
 #ifndef __cplusplus

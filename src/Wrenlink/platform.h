@@ -16,7 +16,7 @@
 #if defined(__GLIBCXX__) && __has_include(<cxxabi.h>)
 #include <cxxabi.h>
 #define WRENLINK_FORCED_UNWIND abi::__forced_unwind
-#define WRENLINK_CATCHES_FORCED_UNWIND [[gnu::no_sanitize("null")]]
+#define WRENLINK_CATCHES_FORCED_UNWIND __attribute__((no_sanitize("null")))
 #else
 #define WRENLINK_CATCHES_FORCED_UNWIND
 #endif

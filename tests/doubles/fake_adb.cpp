@@ -247,7 +247,7 @@ void linger() {
 void log_descriptors() {
     std::string record = header("fds");
     for (int fd = 0; fd < 1024; ++fd) {
-        if (fd != g_log && ::fcntl(fd, F_GETFD) >= 0) record += " " + std::to_string(fd);
+        if (fd != g_log && ::fcntl(fd, F_GETFD) >= 0) record.append(" ").append(std::to_string(fd));
     }
     log_record(record + "\n");
 }
@@ -370,7 +370,8 @@ int main(int argc, char **argv) {
     std::string joined;
     for (int i = 0; i < argc; ++i) {
         record.append(argv[i], std::strlen(argv[i]) + 1);
-        if (i > 0) joined += (i > 1 ? " " : "") + std::string(argv[i]);
+        if (i > 1) joined += ' ';
+        if (i > 0) joined += argv[i];
     }
     log_record(record + "\n");
     ::signal(SIGTERM, on_term);
