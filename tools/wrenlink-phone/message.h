@@ -55,8 +55,9 @@ struct Message {
 
 uint32_t payload_sum(std::string_view payload) noexcept;
 
-// The whole message as it goes on the wire.
-std::string encode(const Message &m);
+// The header of a message with this payload, as it goes on the wire before the payload.
+void encode_header(unsigned char (&out)[kHeaderSize], uint32_t command, uint32_t arg0, uint32_t arg1,
+                   std::string_view payload) noexcept;
 
 // Reads a header; nullopt when the magic does not match the command or the length is beyond what we
 // accept. The payload is checked separately, once it is in.
