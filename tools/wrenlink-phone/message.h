@@ -31,10 +31,12 @@ constexpr uint32_t kVersionChecksummed = 0x01000000;
 constexpr uint32_t kVersion = 0x01000001;
 constexpr std::size_t kHeaderSize = 24;
 
-// What we advertise as our largest payload, and the most we accept from a server at all (servers
-// of this version split at the smaller of their own limit and ours; a larger length means a broken
-// peer, and the connection is dropped rather than a buffer grown to its wish).
-constexpr uint32_t kOwnMaxPayload = 256 * 1024;
+// What we advertise as our largest payload (a phone's daemon of this protocol version offers 1 MiB,
+// and every message waits for its OKAY, so larger messages mean fewer round trips), and the most we
+// accept from a server at all (servers of this version split at the smaller of their own limit and
+// ours; a larger length means a broken peer, and the connection is dropped rather than a buffer
+// grown to its wish).
+constexpr uint32_t kOwnMaxPayload = 1024 * 1024;
 constexpr uint32_t kAcceptedMaxPayload = 1024 * 1024;
 
 struct Header {
