@@ -16,12 +16,12 @@ uint32_t payload_sum(std::string_view payload) noexcept {
 }
 
 void encode_header(unsigned char (&out)[kHeaderSize], uint32_t command, uint32_t arg0, uint32_t arg1,
-                   std::string_view payload) noexcept {
+                   std::string_view payload, bool with_sum) noexcept {
     store_u32(out + 0, command);
     store_u32(out + 4, arg0);
     store_u32(out + 8, arg1);
     store_u32(out + 12, static_cast<uint32_t>(payload.size()));
-    store_u32(out + 16, payload_sum(payload));
+    store_u32(out + 16, with_sum ? payload_sum(payload) : 0);
     store_u32(out + 20, command ^ 0xFFFFFFFFu);
 }
 

@@ -25,8 +25,8 @@ constexpr uint32_t kOkay = command_word("OKAY");
 constexpr uint32_t kWrite = command_word("WRTE");
 constexpr uint32_t kClose = command_word("CLSE");
 
-// Version 0x01000001 lets both sides leave the payload sum unchecked; older servers still check it,
-// so we always fill it in and only check the server's when it speaks the older version.
+// Version 0x01000001 lets both sides leave the payload sum unchecked (and 0); older servers still
+// check it, so with them we fill it in and check theirs.
 constexpr uint32_t kVersionChecksummed = 0x01000000;
 constexpr uint32_t kVersion = 0x01000001;
 constexpr std::size_t kHeaderSize = 24;
@@ -57,9 +57,10 @@ struct Message {
 
 uint32_t payload_sum(std::string_view payload) noexcept;
 
-// The header of a message with this payload, as it goes on the wire before the payload.
+// The header of a message with this payload, as it goes on the wire before the payload; the payload
+// sum is left 0 unless `with_sum`.
 void encode_header(unsigned char (&out)[kHeaderSize], uint32_t command, uint32_t arg0, uint32_t arg1,
-                   std::string_view payload) noexcept;
+                   std::string_view payload, bool with_sum) noexcept;
 
 // Reads a header; nullopt when the magic does not match the command or the length is beyond what we
 // accept. The payload is checked separately, once it is in.

@@ -170,7 +170,7 @@ void Transport::stop() noexcept { ::shutdown(socket_.get(), SHUT_RDWR); }
 
 bool Transport::send(uint32_t command, uint32_t arg0, uint32_t arg1, std::string_view payload) {
     unsigned char header[kHeaderSize];
-    encode_header(header, command, arg0, arg1, payload);
+    encode_header(header, command, arg0, arg1, payload, peer_version_ < kVersion);
     if (verbosity() >= 2)
         log(2, "%s send %s %u %u (%zu bytes)", phone_.name.c_str(), command_name(command).c_str(), arg0, arg1,
             payload.size());

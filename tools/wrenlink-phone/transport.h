@@ -113,7 +113,7 @@ private:
     std::vector<Worker> workers_;
     uint32_t next_local_id_ = 1;
     bool connected_ = false;
-    uint32_t peer_version_ = kVersionChecksummed;
+    std::atomic<uint32_t> peer_version_{kVersionChecksummed};
     std::atomic<uint32_t> max_payload_{kOwnMaxPayload};
 };
 
