@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -248,10 +249,19 @@ void AgentRead(benchmark::State &state) {
         return;
     }
     // One phone from one thread and every phone from a thread each, both on threads made for the
-    // call: a thread's first moments cost the same on both sides.
+    // call: a thread's first moments cost the same on both sides. The CPU time that every process
+    // of the run spends on each variant tells how busy a read keeps the machine.
+    CpuTimes spent[2];
+    double seconds[2] = {0, 0};
     Contest contest(state, {"one_phone", "all_phones"});
     contest.run([&](std::size_t variant) {
-        return in_threads(variant == 0 ? 1 : n, [&](std::size_t i) { return files[i]->read_whole(buffers[i]); });
+        CpuTimes before;
+        contest.untimed([&] { before = farm->cpu_times(); });
+        const auto start = std::chrono::steady_clock::now();
+        const bool ok = in_threads(variant == 0 ? 1 : n, [&](std::size_t i) { return files[i]->read_whole(buffers[i]); });
+        seconds[variant] += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        contest.untimed([&] { spent[variant] += farm->cpu_times() - before; });
+        return ok;
     });
     const double megabytes = static_cast<double>(kFileSize) / 1e6;
     const double one = megabytes / contest.median_seconds(0);
@@ -260,6 +270,10 @@ void AgentRead(benchmark::State &state) {
     state.counters["one_phone_MBps"] = one;
     state.counters["all_phones_MBps"] = all;
     state.counters["vs_one_times_cores"] = all / (one * std::min(static_cast<double>(n), cores));
+    state.counters["one_phone_cpus_server"] = spent[0].server / seconds[0];
+    state.counters["one_phone_cpus_phone_side"] = spent[0].phones / seconds[0];
+    state.counters["one_phone_cpus_bench"] = spent[0].bench / seconds[0];
+    state.counters["all_phones_cpus"] = (spent[1].server + spent[1].phones + spent[1].bench) / seconds[1];
 }
 
 void Memory(benchmark::State &state) {
@@ -320,6 +334,10 @@ static const int kPhones[] = {
     scaling_row({"Agent reads, N phones at once, MB/s in all", "AgentRead", "all_phones_MBps", 0}),
     scaling_row({"  / (one phone x min(N, cores))", "AgentRead", "vs_one_times_cores", 2, GoalOn::EveryCount,
                  Bound::AtLeast, 0.8}),
+    scaling_row({"  CPUs busy, one phone: adb server", "AgentRead", "one_phone_cpus_server", 2}),
+    scaling_row({"  CPUs busy, one phone: simulated phone, agent", "AgentRead", "one_phone_cpus_phone_side", 2}),
+    scaling_row({"  CPUs busy, one phone: library and bench", "AgentRead", "one_phone_cpus_bench", 2}),
+    scaling_row({"  CPUs busy, N phones: all of these", "AgentRead", "all_phones_cpus", 2}),
     scaling_row({"Resident KiB per connection", "Memory", "KiB_per_connection", 1, GoalOn::EveryCount, Bound::AtMost, 64}),
 };
 

@@ -27,6 +27,7 @@ public:
     ~ChildProcess();
 
     bool started() const { return pid_ > 0; }
+    pid_t pid() const { return pid_; }
     // The next line it printed, without its line end; empty when none came within `deadline` or
     // the program closed its output.
     std::string read_line(std::chrono::milliseconds deadline = std::chrono::seconds(20));

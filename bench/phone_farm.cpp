@@ -1,11 +1,14 @@
 #include "phone_farm.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <thread>
 
 #include "Wrenlink/Wrenlink.h"
@@ -57,6 +60,38 @@ const Environment &environment() {
     return env;
 }
 
+// The CPU seconds that a process has used so far, from /proc; 0 where that cannot be read.
+double cpu_seconds(pid_t pid) {
+    std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
+    const std::string text{std::istreambuf_iterator<char>(in), {}};
+    const auto nameEnd = text.rfind(')');
+    if (nameEnd == std::string::npos) return 0;
+    // After the name: the state, ten more fields, then the user and the system time in ticks.
+    std::istringstream fields(text.substr(nameEnd + 1));
+    std::string skipped;
+    for (int i = 0; i < 11; ++i) fields >> skipped;
+    unsigned long user = 0, system = 0;
+    fields >> user >> system;
+    return static_cast<double>(user + system) / static_cast<double>(::sysconf(_SC_CLK_TCK));
+}
+
+// The server that `start-server` left behind on the private port ("adb -L tcp:PORT fork-server ...");
+// -1 when it cannot be found.
+pid_t server_process() {
+    const std::string port = std::string("tcp:") + std::getenv("ANDROID_ADB_SERVER_PORT");
+    std::error_code ec;
+    for (const auto &entry : fs::directory_iterator("/proc", ec)) {
+        const std::string name = entry.path().filename().string();
+        if (name.find_first_not_of("0123456789") != std::string::npos) continue;
+        std::ifstream in(entry.path() / "cmdline");
+        std::string line{std::istreambuf_iterator<char>(in), {}};
+        std::replace(line.begin(), line.end(), '\0', ' ');
+        if (line.find(" fork-server") != std::string::npos && line.find(port + " ") != std::string::npos)
+            return static_cast<pid_t>(std::stol(name));
+    }
+    return -1;
+}
+
 // How many phones the server lists as attached and online.
 std::size_t online_phones() {
     const std::string text = adb("devices");
@@ -96,6 +131,7 @@ bool PhoneFarm::start(std::size_t phones, std::string &error) {
         error = "the private adb server did not start";
         return false;
     }
+    server_ = server_process();
     return start_phones(phones, error) && attach_phones(error) && forward_agents(error);
 }
 
@@ -151,6 +187,15 @@ bool PhoneFarm::forward_agents(std::string &error) {
         forwards_.push_back(local);
     }
     return true;
+}
+
+CpuTimes PhoneFarm::cpu_times() const {
+    CpuTimes times;
+    if (server_ > 0) times.server = cpu_seconds(server_);
+    times.phones = cpu_seconds(phones_.pid());
+    for (const AgentProcess &agent : agents_) times.phones += cpu_seconds(agent.pid());
+    times.bench = cpu_seconds(::getpid());
+    return times;
 }
 
 PhoneFarm::~PhoneFarm() {

@@ -18,6 +18,18 @@
 
 namespace wrenlink::bench {
 
+// CPU time (user and system, in seconds) used so far: by the adb server, by the phone side (the
+// phones' process and their agents, which on real hardware run on the phones) and by this process
+// (the library and the bench). Zero where the system does not tell it.
+struct CpuTimes {
+    double server = 0, phones = 0, bench = 0;
+    CpuTimes operator-(const CpuTimes &o) const { return {server - o.server, phones - o.phones, bench - o.bench}; }
+    CpuTimes &operator+=(const CpuTimes &o) {
+        server += o.server, phones += o.phones, bench += o.bench;
+        return *this;
+    }
+};
+
 class PhoneFarm {
 public:
     // The farm of `phones` phones, made on the first call and kept while the count stays; another
@@ -37,6 +49,7 @@ public:
     const std::string &serial(std::size_t i) const { return serials_.at(i); }
     // The local port that the server forwards to phone i's agent.
     uint16_t agent_port(std::size_t i) const { return forwards_.at(i); }
+    CpuTimes cpu_times() const;
 
     PhoneFarm(const PhoneFarm &) = delete;
     PhoneFarm &operator=(const PhoneFarm &) = delete;
@@ -49,6 +62,7 @@ private:
     bool attach_phones(std::string &error);
     bool forward_agents(std::string &error);
 
+    pid_t server_ = -1;
     ChildProcess phones_;
     std::vector<std::string> serials_;
     std::vector<AgentProcess> agents_;

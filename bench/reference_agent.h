@@ -33,6 +33,7 @@ public:
     AgentProcess() = default;
     explicit AgentProcess(const std::string &root);
     uint16_t port() const { return port_; }
+    pid_t pid() const { return process_.pid(); }
 
 private:
     ChildProcess process_;
