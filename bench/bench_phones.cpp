@@ -93,9 +93,18 @@ void time_counters(benchmark::State &state, const std::string &prefix, double se
     state.counters[prefix + "ms_per_phone"] = seconds * 1e3 / static_cast<double>(phones);
 }
 
-// Runs of the tool per call, since `before`.
-void run_counter(benchmark::State &state, long before, double calls) {
-    state.counters["tool_runs"] = static_cast<double>(PhoneFarm::tool_runs() - before) / calls;
+// Runs of the tool per call, since `before`; their count.
+double run_counter(benchmark::State &state, long before, double calls) {
+    const double runs = static_cast<double>(PhoneFarm::tool_runs() - before) / calls;
+    state.counters["tool_runs"] = runs;
+    return runs;
+}
+
+// The figures of a case that runs the tool run after run: time per call, per phone and per run.
+void serial_run_counters(benchmark::State &state, double seconds, std::size_t phones, long before) {
+    time_counters(state, "", seconds, phones);
+    const double runs = run_counter(state, before, static_cast<double>(state.iterations()));
+    state.counters["ms_per_tool_run"] = runs > 0 ? seconds * 1e3 / runs : 0;
 }
 
 bool lists_every_phone(const PhoneInfo *phones, uint32_t count, std::size_t expected) {
@@ -119,8 +128,7 @@ void PhoneList(benchmark::State &state) {
         WrenlinkFree(phones);
         return ok;
     });
-    time_counters(state, "", contest.median_seconds(0), farm->size());
-    run_counter(state, before, static_cast<double>(state.iterations()));
+    serial_run_counters(state, contest.median_seconds(0), farm->size(), before);
 }
 
 void Refresh(benchmark::State &state) {
@@ -143,8 +151,7 @@ void Refresh(benchmark::State &state) {
         for (PhoneInfo &phone : phones) AdbRereshDevInfo(&phone);
         return lists_every_phone(phones.data(), static_cast<uint32_t>(phones.size()), farm->size());
     });
-    time_counters(state, "", contest.median_seconds(0), farm->size());
-    run_counter(state, before, static_cast<double>(state.iterations()));
+    serial_run_counters(state, contest.median_seconds(0), farm->size(), before);
 }
 
 std::string pulled_path(std::size_t phone) { return PhoneFarm::scratch() + "/pulled-" + std::to_string(phone) + ".bin"; }
@@ -323,8 +330,10 @@ static const int kPhones[] = {
     register_all(),
     scaling_row({"AdbGetPhoneList, ms per phone", "PhoneList", "ms_per_phone", 1, GoalOn::Growth, Bound::AtMost, 1.2}),
     scaling_row({"AdbGetPhoneList, tool runs per call", "PhoneList", "tool_runs", 0}),
+    scaling_row({"AdbGetPhoneList, ms per tool run", "PhoneList", "ms_per_tool_run", 1}),
     scaling_row({"AdbRereshDevInfo of each, ms per phone", "Refresh", "ms_per_phone", 1}),
     scaling_row({"AdbRereshDevInfo of each, tool runs", "Refresh", "tool_runs", 0}),
+    scaling_row({"AdbRereshDevInfo of each, ms per tool run", "Refresh", "ms_per_tool_run", 1}),
     scaling_row({"Push + pull 1 MiB, one thread, ms per phone", "PushPull", "one_thread_ms_per_phone", 0}),
     scaling_row({"Push + pull 1 MiB, N threads, ms per phone", "PushPull", "n_threads_ms_per_phone", 0}),
     scaling_row({"Push + pull, N threads / one thread", "PushPull", "n_threads_vs_one", 2}),
