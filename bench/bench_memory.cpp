@@ -1,22 +1,45 @@
 // Memory: the resident set across 100,000 agent exchanges with the reference agent (ping, open,
 // read, write, seek and its tell, close, a media list freed again) and across 1,000 tool runs,
-// each after a warm-up so that the allocator's pools are already in place. The figure is the growth
-// in KiB; each case runs once.
+// each after a warm-up so that the allocator's pools are already in place; and the peak resident
+// set over one call with a hostile peer (a 4 KiB read answered by a claim of 2^31 - 1 bytes and
+// 512 MiB of them) and a hostile tool (200 MB on stdout and 50 MB on stderr for a 2048-byte
+// buffer). The figure is the growth in KiB; each case runs once.
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
+#include <thread>
 #include <vector>
 
 #include "Wrenlink/Wrenlink.h"
 #include "media_release.h"
 #include "ratio_report.h"
+#include "raw_link.h"
 #include "reference_agent.h"
 #include "resident.h"
 
 namespace {
 
 using namespace wrenlink::bench;
+
+// The peak resident set in KiB since the last reset_peak(), or -1 where the system does not tell.
+long peak_kib() {
+    std::FILE *f = std::fopen("/proc/self/status", "r");
+    if (f == nullptr) return -1;
+    char line[256];
+    long peak = -1;
+    while (std::fgets(line, sizeof line, f) != nullptr) {
+        if (std::strncmp(line, "VmHWM:", 6) == 0) peak = std::atol(line + 6);
+    }
+    std::fclose(f);
+    return peak;
+}
+
+bool reset_peak() {
+    const wrenlink::UniqueFd fd(::open("/proc/self/clear_refs", O_WRONLY | O_CLOEXEC));
+    return fd && ::write(fd.get(), "5", 1) == 1;
+}
 
 
 // One round of exchanges of every kind; their count, or 0 when one failed.
@@ -84,12 +107,86 @@ void Memory_tool_runs(benchmark::State &state) {
     }
 }
 
+// The peak over `call` against the resident set before it.
+template <class Call>
+bool peak_growth(benchmark::State &state, Call call) {
+    if (!reset_peak() || resident_kib() < 0 || peak_kib() < 0) {
+        state.SkipWithError("no peak resident figure on this system");
+        return false;
+    }
+    const long before = resident_kib();
+    const bool ok = call();
+    state.counters["library KiB"] = static_cast<double>(peak_kib() - before);
+    state.counters["resident_before_KiB"] = static_cast<double>(before);
+    if (!ok) state.SkipWithError("the call did not end as it should");
+    return ok;
+}
+
+// Answers an open, then a read with a header that claims 2^31 - 1 bytes, sends 512 MiB and closes.
+void serve_hostile_read(int listener) {
+    const wrenlink::UniqueFd fd = accept_one(listener);
+    wrenlink::wire::PacketHeader h;
+    std::string payload;
+    if (!fd || !recv_header(fd.get(), h)) return;
+    payload.resize(h.length);
+    const std::string id = std::string("\x07\0\0\0", 4);
+    if (!recv_exact(fd.get(), payload.data(), payload.size()) ||
+        !send_all(fd.get(), packet(wrenlink::wire::op::kFileOpen, id, packet_crc(id.data(), id.size())))) {
+        return;
+    }
+    unsigned char request[kFileRequestSize];
+    if (!recv_exact(fd.get(), request, sizeof request)) return;
+    unsigned char claim[wrenlink::wire::kHeaderSize];
+    wrenlink::wire::encode_header({wrenlink::wire::kMagic, 0x7FFFFFFF, wrenlink::wire::op::kFileRead, 0, 0}, claim);
+    if (!send_all(fd.get(), claim, sizeof claim)) return;
+    static const char zeros[64 * 1024] = {};
+    for (long sent = 0; sent < 512L * 1024 * 1024 && send_all(fd.get(), zeros, sizeof zeros); sent += sizeof zeros) {
+    }
+}
+
+void Memory_hostile_peer(benchmark::State &state) {
+    for (auto _ : state) {
+        const wrenlink::UniqueFd listener = listen_loopback(0);
+        std::thread peer(serve_hostile_read, listener.get());
+        NetConnection *conn = NetConnectionOpen("127.0.0.1", port_of(listener.get()));
+        NFCFileRef *ref = nullptr;
+        if (conn != nullptr && NFCFileRefOpen(conn, "/big", "r", &ref) == 0) {
+            std::vector<unsigned char> buffer(4096);
+            peak_growth(state, [&] {
+                int32_t length = static_cast<int32_t>(buffer.size());
+                // The stream ends inside the claimed payload.
+                return NFCFileRefRead(conn, ref, buffer.data(), &length) == AgentShortPayload;
+            });
+            WrenlinkFree(ref);  // the broken stream stops the close at its gate: the handle is a malloc block
+        } else {
+            state.SkipWithError("no connection to the bench's peer");
+        }
+        NetConnectionClose(conn);
+        peer.join();
+    }
+}
+
+void Memory_hostile_tool(benchmark::State &state) {
+    char output[2048];
+    for (auto _ : state) {
+        peak_growth(state, [&] {
+            std::memset(output, 0, sizeof output);
+            AdbCommand(" flood 209715200 52428800", output, sizeof output, true);
+            return std::strlen(output) == sizeof output - 1;
+        });
+    }
+}
+
 }  // namespace
 
 BENCHMARK(Memory_agent_exchanges)->Name("Memory/agent_exchanges")->Iterations(1)->Repetitions(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(Memory_tool_runs)->Name("Memory/tool_runs")->Iterations(1)->Repetitions(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(Memory_hostile_peer)->Name("Memory/hostile_peer")->Iterations(1)->Repetitions(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(Memory_hostile_tool)->Name("Memory/hostile_tool")->Iterations(1)->Repetitions(1)->Unit(benchmark::kMillisecond);
 
 static const int kMemoryGoals[] = {
     goal("Memory/agent_exchanges", "", Bound::AtMost, 64),  // KiB: flat, within a few pages
     goal("Memory/tool_runs", "", Bound::AtMost, 64),
+    goal("Memory/hostile_peer", "", Bound::AtMost, 16 * 1024),  // KiB of peak: 16 MiB
+    goal("Memory/hostile_tool", "", Bound::AtMost, 16 * 1024),
 };

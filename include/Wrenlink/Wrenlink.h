@@ -19,10 +19,48 @@
  *   - Agent operations return an AgentStatus: 0, one of the three library codes below, an errno
  *     value, or the agent's own status, passed on unchanged.
  *
+ * For application developers
+ *   - Threads. Every call runs on its caller's thread. Tool runs (the Adb* operations) are one at a
+ *     time in the whole process, so a long transfer holds up every other run; root shells are one
+ *     at a time among themselves. On a connection the file operations (NFC*) lock each exchange;
+ *     TestPing, NMC* and NDD* lock nothing: never overlap them with another exchange on the same
+ *     connection (the scan's control calls during NDDStartScan excepted).
+ *   - Time limits. None. To give up on an agent call, call NetConnectionClose from another thread
+ *     (a watchdog): the waiting call returns an error at once, and the handle is dead from then on.
+ *   - Cancellation. A thread cancelled (deferred) inside any call unwinds out of it: locks are
+ *     released, descriptors closed, a tool child is killed and reaped. This needs a C library that
+ *     unwinds cancelled threads (glibc). A connection whose exchange was cut is out of step: close
+ *     it. Asynchronous cancellation is not supported.
+ *   - Signals. Install handlers with SA_RESTART. Without it, a signal that interrupts an agent
+ *     receive fails it with EINTR (sends are retried): the file operations (an open excepted)
+ *     store EINTR and refuse every later call on that connection, as do the scan operations (a
+ *     running scan's loop ends with onCode(22)); the media operations keep no error but are then
+ *     out of step with their replies (the next list may return the previous request's). Either
+ *     way, open a new connection. Tool runs and root shells are not disturbed: their waits keep
+ *     their whole length. The library never raises SIGPIPE and signals its tool children through a
+ *     pidfd where Linux has one, so a host that reaps every child (SIGCHLD) or ignores SIGCHLD is
+ *     fine.
+ *   - Output. The library writes these lines to whatever holds fds 1 and 2. On stdout:
+ *     "NetConnectionSend:<sent>/<length>(<reason>)" when a send fails; a line when the first send of
+ *     NFCFileRefWrite comes back short; "AdbPushFile:<command line>" on every AdbPushFile; a line
+ *     when AdbRereshDevInfo finds its phone authorised; "pipe faile:<errno> " when AdbRootShell gets
+ *     no pipe; "_NSGetExecutablePath fail....." when the executable's path can't be read. On stderr:
+ *     perror's "inet_pton" and "connect" from NetConnectionOpen, "fcntl" from AdbRootShell, and the
+ *     runner's complaints ("File <path> was not found!", "File <path> is not excutable!", "create
+ *     pipe failed!", "end------create pipe failed!", "launch of <path> failed: <reason>"). The
+ *     root shell's tool writes its own stderr there too.
+ *
  * The header compiles as C99 and as C++.
  */
 #ifndef WRENLINK_WRENLINK_H
 #define WRENLINK_WRENLINK_H
+
+/* The version of this header and of the library. The build stops when these differ from the
+ * project's version, so the header an application compiles against names the library it gets.
+ * While the major version is 0, a new minor version may change the interface. */
+#define WRENLINK_VERSION_MAJOR 0
+#define WRENLINK_VERSION_MINOR 1
+#define WRENLINK_VERSION_PATCH 0
 
 #include <stddef.h>
 #include <stdint.h>
@@ -140,7 +178,8 @@ WRENLINK_API int32_t NetConnectionRecv(NetConnection *conn, void *buffer, int32_
 /* Has no effect; always 0. Connections have no time limit. */
 WRENLINK_API int32_t NetConnectionSetTimeout(NetConnection *conn, int32_t milliseconds);
 
-/* Closes the socket once and clears both sticky errors. NULL and a second close do nothing. */
+/* Closes the socket once and clears both sticky errors. NULL and a second close do nothing. Safe
+ * from another thread while an exchange waits on the connection: that exchange fails at once. */
 WRENLINK_API void NetConnectionClose(NetConnection *conn);
 
 /* The connection's lock, taken by the remote file operations around each exchange. */
@@ -218,7 +257,7 @@ typedef struct NFCFileRef NFCFileRef;
 WRENLINK_API AgentStatus NFCFileRefOpen(NetConnection *conn, const char *path, const char *mode, NFCFileRef **ref);
 /* *length in: the count asked for and the capacity of `buffer`; out: the count received.
  * On failure buffer, *length and the position are untouched; a reply larger than the count asked
- * for gives EMSGSIZE. */
+ * for gives EMSGSIZE (its bytes are read and dropped as they come, never held). */
 WRENLINK_API AgentStatus NFCFileRefRead(NetConnection *conn, NFCFileRef *ref, void *buffer, int32_t *length);
 /* Writes `length` bytes at the handle's position; on success the position moves by `length`. */
 WRENLINK_API AgentStatus NFCFileRefWrite(NetConnection *conn, NFCFileRef *ref, const void *data, int32_t length);
@@ -241,8 +280,9 @@ WRENLINK_API AgentStatus NFCFileRefAccess(NetConnection *conn, const char *path)
 
 /* Runs adb with the blank-separated arguments of `commandLine` ("..." groups blanks into one
  * argument) and copies stdout then stderr into `output`: at most outputSize - 1 bytes, terminated
- * when shorter. With isWaitExit false the tool gets one second, is then terminated, and the text
- * is empty. Always 0; a tool that cannot be run gives the empty text. */
+ * when shorter; the rest of what the tool prints is read and dropped. With isWaitExit false the
+ * tool gets one second, is then terminated (and killed half a second later if still there), and
+ * the text is empty. Always 0; a tool that cannot be run gives the empty text. */
 WRENLINK_API int32_t AdbCommand(const char *commandLine, char *output, int32_t outputSize, bool isWaitExit);
 /* Runs `adb -s <serial> shell <shellCommand>`; `output` must hold 2048 bytes and is written only
  * when the text is not empty. 1 after a run; -1 when a pointer is null. */

@@ -6,12 +6,14 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "Wrenlink/ComLog.h"
 #include "Wrenlink/Wrenlink.h"
 #include "Wrenlink/boundary.h"
+#include "Wrenlink/cancellation.h"
 #include "Wrenlink/command_line.h"
 #include "Wrenlink/mac_special.h"
 #include "Wrenlink/platform.h"
@@ -28,22 +30,30 @@ std::vector<std::string> whole_lines(std::string list, bool filledTheRead) {
     return pieces;
 }
 
+// The pipeline's stream, closed (and its shell reaped) on every way out, a cancelled thread's too.
+struct PipelineCloser {
+    void operator()(FILE *stream) const noexcept {
+        const wrenlink::NoCancel cleanup;
+        ::pclose(stream);
+    }
+};
+
 int32_t kill_other_adb() {
     // Every process whose line holds "adb": tool children and the tool's server among them.
-    FILE *list = ::popen("ps -ax | grep adb | awk '{ print $1 }'", wrenlink::platform::popen_read_mode());
+    const std::unique_ptr<FILE, PipelineCloser> list(
+        ::popen("ps -ax | grep adb | awk '{ print $1 }'", wrenlink::platform::popen_read_mode()));
     if (list == nullptr) {
         ComLog::Log("[%s] error code %d", "AdbKillOtherADB", errno);
         return 1;
     }
     char text[wrenlink::kCommandLineSize] = {};
-    const std::size_t got = std::fread(text, 1, sizeof text - 1, list);
+    const std::size_t got = std::fread(text, 1, sizeof text - 1, list.get());
     // The list is read before anything is killed: the pipeline's own members are on it.
     const pid_t self = ::getpid();  // the caller's own line may hold the letters too
     for (const auto &piece : whole_lines(std::string(text, got), got == sizeof text - 1)) {
         const int pid = std::atoi(piece.c_str());
         if (pid > 0 && pid != self) ::kill(pid, SIGKILL);
     }
-    ::pclose(list);
     return 0;
 }
 

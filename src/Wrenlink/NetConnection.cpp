@@ -70,17 +70,52 @@ std::unique_ptr<NetConnection> open_connection(const char *address, uint32_t por
     return conn;
 }
 
+constexpr uint32_t kClosed = 1u << 31;  // in NetConnection::users, beside the count
+
+// Closes the descriptor that a close left behind, once: whoever comes first takes it.
+void close_left(NetConnection *conn) noexcept {
+    const int fd = conn->closeLeft.exchange(-1, std::memory_order_acq_rel);
+    if (fd >= 0) wrenlink::close_descriptor(fd);
+}
+
+// One send or receive loop's hold on the socket: the descriptor, or -1 once the connection is
+// closed (the system call then fails with EBADF, as on any closed descriptor).
+class SocketUse {
+public:
+    explicit SocketUse(NetConnection *conn) noexcept : conn_(conn) {
+        if ((conn->users.fetch_add(1, std::memory_order_acq_rel) & kClosed) == 0) fd_ = wrenlink::load_field(conn->sock);
+    }
+    ~SocketUse() {
+        if (conn_->users.fetch_sub(1, std::memory_order_acq_rel) - 1 == kClosed) close_left(conn_);
+    }
+    SocketUse(const SocketUse &) = delete;
+    SocketUse &operator=(const SocketUse &) = delete;
+    int fd() const noexcept { return fd_; }
+
+private:
+    NetConnection *conn_;
+    int fd_ = -1;
+};
+
 void close_socket(NetConnection *conn) noexcept {
-    if (conn->sock >= 0) ::close(conn->sock);
-    conn->sock = -1;
-    conn->fileError = 0;
-    conn->sendError = 0;
+    wrenlink::store_field(conn->fileError, 0);
+    wrenlink::store_field(conn->sendError, 0);
+    const uint32_t before = conn->users.fetch_or(kClosed, std::memory_order_acq_rel);
+    if ((before & kClosed) != 0) return;  // closed already
+    const int fd = wrenlink::load_field(conn->sock);
+    wrenlink::store_field(conn->sock, -1);
+    if (fd < 0) return;
+    // Transfers inside end now: a receive sees the end of the stream, a send fails. Nobody can have
+    // closed the descriptor yet, since it is handed over only below.
+    if ((before & ~kClosed) != 0) ::shutdown(fd, SHUT_RDWR);
+    conn->closeLeft.store(fd, std::memory_order_release);
+    if ((conn->users.load(std::memory_order_acquire) & ~kClosed) == 0) close_left(conn);
 }
 
 }  // namespace
 
 namespace wrenlink {
-NetConnection *open_private_connection(const char *address, uint32_t port) noexcept {
+NetConnection *open_private_connection(const char *address, uint32_t port) {
     return guarded<NetConnection *>(nullptr, [&] { return open_connection(address, port).release(); });
 }
 
@@ -108,15 +143,16 @@ int32_t NetConnectionSend(NetConnection *conn, const void *data, int32_t length,
         errno = EINVAL;
         return -1;
     }
-    if (conn->sendError != 0) {
-        errno = conn->sendError;
+    if (const int stored = wrenlink::load_field(conn->sendError)) {
+        errno = stored;
         return -1;
     }
     if (length <= 0) return 0;
+    const SocketUse socket(conn);
     const auto *p = static_cast<const char *>(data);
     int32_t sent = 0;
     while (sent < length) {
-        const ssize_t n = ::send(conn->sock, p + sent, static_cast<size_t>(length - sent),
+        const ssize_t n = ::send(socket.fd(), p + sent, static_cast<size_t>(length - sent),
                                  flags | wrenlink::platform::send_flags());
         if (n > 0) {
             sent += static_cast<int32_t>(n);
@@ -124,7 +160,7 @@ int32_t NetConnectionSend(NetConnection *conn, const void *data, int32_t length,
         }
         if (errno == EINTR) continue;
         const int err = errno;
-        conn->sendError = err != 0 ? err : EINVAL;  // 22 stands when the system left no reason
+        wrenlink::store_field(conn->sendError, err != 0 ? err : EINVAL);  // 22 stands when the system left no reason
         std::printf("NetConnectionSend:%d/%d(%s)\n", sent, length, std::strerror(err));
         errno = err;
         return sent;
@@ -138,10 +174,11 @@ int32_t NetConnectionRecv(NetConnection *conn, void *buffer, int32_t length, int
         errno = EINVAL;
         return -1;
     }
+    const SocketUse socket(conn);
     auto *p = static_cast<char *>(buffer);
     int32_t received = 0;
     while (received < length) {
-        const ssize_t n = ::recv(conn->sock, p + received, static_cast<size_t>(length - received), flags);
+        const ssize_t n = ::recv(socket.fd(), p + received, static_cast<size_t>(length - received), flags);
         if (n > 0) {
             received += static_cast<int32_t>(n);
             continue;
@@ -159,6 +196,8 @@ int32_t NetConnectionRecv(NetConnection *conn, void *buffer, int32_t length, int
 
 int32_t NetConnectionSetTimeout(NetConnection * /*conn*/, int32_t /*milliseconds*/) { return 0; }
 
+// Safe from another thread while an exchange waits on the connection: that exchange ends with an
+// error at once.
 void NetConnectionClose(NetConnection *conn) {
     if (conn != nullptr) close_socket(conn);
 }

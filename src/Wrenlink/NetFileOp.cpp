@@ -28,14 +28,14 @@ AgentStatus open_file(NetConnection *conn, const char *path, const char *mode, N
     // A failed open leaves the connection usable: the next open sends its request again.
     return exchange(conn, Sticky::No, [&]() -> Exit {
         PacketHeader h;
-        agent::Payload payload;
+        PayloadHead payload;
         if (Step s = request(conn, packet, h)) return *s;
         if (h.status != 0) return answered(h.status);  // a refusal carries no payload
-        if (Step s = receive_payload(conn, h, payload, Crc::Verified)) return *s;
+        if (Step s = receive_verified_head(conn, h, payload)) return *s;
         if (payload.size < 4) return out_of_step(AgentShortPayload);  // never stored by an open
         auto *handle = static_cast<NFCFileRef *>(std::malloc(sizeof(NFCFileRef)));
         if (handle == nullptr) return answered(ENOMEM);
-        *handle = NFCFileRef{wire::load_u32(payload.data()), 0};
+        *handle = NFCFileRef{wire::load_u32(payload.bytes), 0};
         *ref = handle;
         return answered(0);
     });
@@ -50,11 +50,14 @@ AgentStatus read_file(NetConnection *conn, NFCFileRef *ref, void *buffer, int32_
         PacketHeader h;
         agent::Payload payload;
         if (Step s = request(conn, packet, h)) return *s;
-        // The payload is consumed whatever the status, so the stream stays in step.
-        if (Step s = receive_payload(conn, h, payload, Crc::Ignored)) return *s;
+        // The payload is consumed whatever the status, so the stream stays in step. More than
+        // asked would overrun `buffer`: refused before anything is allocated for it.
+        if (h.length > static_cast<uint32_t>(asked < 0 ? 0 : asked)) {
+            if (Step s = drop_payload(conn, h)) return *s;
+            return answered(h.status != 0 ? h.status : EMSGSIZE);
+        }
+        if (Step s = receive_payload(conn, h, payload)) return *s;
         if (h.status != 0) return answered(h.status);
-        // More than asked would overrun `buffer`: refused, with the reply consumed.
-        if (payload.size > static_cast<uint32_t>(asked < 0 ? 0 : asked)) return answered(EMSGSIZE);
         if (payload.size > 0) std::memcpy(buffer, payload.data(), payload.size);
         *length = static_cast<int32_t>(payload.size);
         ref->position += static_cast<int64_t>(payload.size);
@@ -91,12 +94,12 @@ AgentStatus tell_file(NetConnection *conn, NFCFileRef *ref, int64_t *agentPositi
     const std::string packet = make_file_tell_packet(ref->remoteId);
     return exchange(conn, Sticky::Yes, [&]() -> Exit {
         PacketHeader h;
-        agent::Payload payload;
+        PayloadHead payload;
         if (Step s = request(conn, packet, h)) return *s;
-        if (Step s = receive_payload(conn, h, payload, Crc::Verified)) return *s;
+        if (Step s = receive_verified_head(conn, h, payload)) return *s;
         if (h.status != 0) return answered(h.status);
         if (payload.size < 8) return out_of_step(AgentShortPayload);
-        *agentPosition = static_cast<int64_t>(wire::load_u64(payload.data()));
+        *agentPosition = static_cast<int64_t>(wire::load_u64(payload.bytes));
         return answered(0);
     });
 }
@@ -107,9 +110,9 @@ AgentStatus seek_file(NetConnection *conn, NFCFileRef *ref, int64_t offset, int3
     const std::string packet = make_file_seek_packet(ref->remoteId, offset, whence);
     const AgentStatus result = exchange(conn, Sticky::Yes, [&]() -> Exit {
         PacketHeader h;
-        agent::Payload payload;
+        PayloadHead payload;
         if (Step s = request(conn, packet, h)) return *s;
-        if (Step s = receive_payload(conn, h, payload, Crc::Verified)) return *s;
+        if (Step s = receive_verified_head(conn, h, payload)) return *s;
         return answered(h.status);
     });
     if (result != 0) return result;

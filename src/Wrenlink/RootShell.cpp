@@ -17,7 +17,6 @@
 #include "Wrenlink/command_line.h"
 #include "Wrenlink/mac_special.h"
 #include "Wrenlink/pauses.h"
-#include "Wrenlink/platform.h"
 #include "Wrenlink/process.h"
 
 namespace {
@@ -36,15 +35,15 @@ constexpr int kExitCheckMs = 10;
 // the shell started may keep the pipe open long after, and no text of the shell can come then.
 class ShellOutput {
 public:
-    explicit ShellOutput(wrenlink::process::Child &shell)
-        : shell_(shell), exit_(wrenlink::platform::exit_watch(shell.pid())) {}
+    explicit ShellOutput(wrenlink::process::Child &shell) : shell_(shell) {}
     int fd() const { return shell_.stdout_fd(); }
 
     // Waits until the pipe can be read (text or its end); false when the shell has exited first.
     bool wait_readable() {
+        const int exit = shell_.exit_fd();
         for (;;) {
-            pollfd fds[2] = {{fd(), POLLIN, 0}, {exit_.get(), POLLIN, 0}};
-            const int ready = ::poll(fds, exit_ ? 2 : 1, exit_ ? -1 : kExitCheckMs);
+            pollfd fds[2] = {{fd(), POLLIN, 0}, {exit, POLLIN, 0}};
+            const int ready = ::poll(fds, exit >= 0 ? 2 : 1, exit >= 0 ? -1 : kExitCheckMs);
             const bool failed = ready < 0 && errno != EINTR;
             if (ready > 0 && fds[0].revents != 0) return true;
             if (shell_.reap_if_exited()) return false;
@@ -54,7 +53,6 @@ public:
 
 private:
     wrenlink::process::Child &shell_;
-    const wrenlink::UniqueFd exit_;
 };
 
 // One read phase into the start of `output`: waits as long as it takes for the first text (or
@@ -133,11 +131,11 @@ int32_t root_shell(const char *commandLine, char *output) {
     read_phase(text, output);
     if (std::strchr(output, '#') == nullptr) {
         write_all(shell.stdin_fd(), "su\r\n", sizeof "su\r\n");  // with its terminator: 5 bytes
-        std::this_thread::sleep_for(wrenlink::pauses::shell_answer());
+        wrenlink::pauses::wait_whole(wrenlink::pauses::shell_answer());
         read_phase(text, output);  // whether su worked is not looked at
     }
     write_all(shell.stdin_fd(), commandLine, std::strlen(commandLine));
-    std::this_thread::sleep_for(wrenlink::pauses::shell_answer());
+    wrenlink::pauses::wait_whole(wrenlink::pauses::shell_answer());
     read_phase(text, output);
     shell.kill_and_reap();  // whatever the shell is still doing
     return 0;

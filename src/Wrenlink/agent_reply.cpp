@@ -5,14 +5,14 @@
 
 namespace wrenlink::agent {
 
-bool receive_header(NetConnection *conn, wire::PacketHeader &header) noexcept {
+bool receive_header(NetConnection *conn, wire::PacketHeader &header) {
     unsigned char raw[wire::kHeaderSize] = {};
     if (NetConnectionRecv(conn, raw, sizeof raw, 0) != static_cast<int32_t>(sizeof raw)) return false;
     header = wire::decode_header(raw);
     return true;
 }
 
-bool drop_bytes(NetConnection *conn, uint64_t length) noexcept {
+bool drop_bytes(NetConnection *conn, uint64_t length) {
     unsigned char piece[16 * 1024];
     while (length > 0) {
         const auto n = static_cast<int32_t>(std::min<uint64_t>(length, sizeof piece));
@@ -22,7 +22,7 @@ bool drop_bytes(NetConnection *conn, uint64_t length) noexcept {
     return true;
 }
 
-AgentStatus receive_payload(NetConnection *conn, uint32_t length, Payload &out) noexcept {
+AgentStatus receive_payload(NetConnection *conn, uint32_t length, Payload &out) {
     out = Payload{};
     if (length == 0) return 0;
     if (length > static_cast<uint32_t>(INT32_MAX)) return AgentShortPayload;
@@ -37,11 +37,11 @@ AgentStatus receive_payload(NetConnection *conn, uint32_t length, Payload &out) 
 }
 
 AgentStatus control_request(NetConnection *conn, const std::string &packet, wire::PacketHeader &reply,
-                            SendErrorRule rule) noexcept {
-    if (conn->sendError != 0) return static_cast<AgentStatus>(conn->sendError);
+                            SendErrorRule rule) {
+    if (const int stored = load_field(conn->sendError)) return static_cast<AgentStatus>(stored);
     auto failed = [&] {
         const int err = failure_errno();
-        if (rule == SendErrorRule::Stored) conn->sendError = err;
+        if (rule == SendErrorRule::Stored) store_field(conn->sendError, err);
         return static_cast<AgentStatus>(err);
     };
     if (NetConnectionSend(conn, packet.data(), static_cast<int32_t>(packet.size()), 0) < 0) return failed();

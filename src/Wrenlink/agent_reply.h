@@ -12,6 +12,7 @@
 
 #include "Wrenlink/NetConnection.h"
 #include "Wrenlink/Wrenlink.h"
+#include "Wrenlink/boundary.h"
 #include "Wrenlink/malloc_block.h"
 #include "Wrenlink/wire.h"
 
@@ -25,7 +26,7 @@ using wrenlink::MallocBlock;
 inline int failure_errno() noexcept { return errno != 0 ? errno : EIO; }
 
 // One 20-byte reply header. False when it did not arrive whole.
-bool receive_header(NetConnection *conn, wire::PacketHeader &header) noexcept;
+bool receive_header(NetConnection *conn, wire::PacketHeader &header);
 
 // A reply payload in one malloc block of exactly `size` bytes (no block when `size` is 0).
 struct Payload {
@@ -39,10 +40,10 @@ struct Payload {
 // negative count to NetConnectionRecv, which reads nothing); or ENOMEM when no block could be had,
 // after the payload was read and dropped so that the stream stays in step (AgentShortPayload if
 // the stream ended during the drop).
-AgentStatus receive_payload(NetConnection *conn, uint32_t length, Payload &out) noexcept;
+AgentStatus receive_payload(NetConnection *conn, uint32_t length, Payload &out);
 
 // Reads and drops `length` bytes in pieces; false when the stream ends first.
-bool drop_bytes(NetConnection *conn, uint64_t length) noexcept;
+bool drop_bytes(NetConnection *conn, uint64_t length);
 
 // Whether a failed send or header receive stores its errno in the connection's sendError.
 enum class SendErrorRule { Untouched, Stored };
@@ -50,19 +51,20 @@ enum class SendErrorRule { Untouched, Stored };
 // The request of the media and scan families: gate on sendError, send the packet, read the reply
 // header and test its magic. Returns 0 with the header in `reply`, or the result to give back.
 AgentStatus control_request(NetConnection *conn, const std::string &packet, wire::PacketHeader &reply,
-                            SendErrorRule rule) noexcept;
+                            SendErrorRule rule);
 
-// Runs an operation's body with nothing thrown past it: an allocation failure gives ENOMEM,
-// anything else (a callback of the caller's that throws) EIO.
+// Runs an operation's body with nothing thrown past it but a cancelled thread's unwinding
+// (boundary.h): an allocation failure gives ENOMEM, anything else (a callback of the caller's that
+// throws) EIO.
 template <class Body>
-AgentStatus guarded_status(Body &&body) noexcept {
-    try {
-        return body();
-    } catch (const std::bad_alloc &) {
-        return ENOMEM;
-    } catch (...) {
-        return EIO;
-    }
+AgentStatus guarded_status(Body &&body) {
+    return guarded<AgentStatus>(EIO, [&]() -> AgentStatus {
+        try {
+            return body();
+        } catch (const std::bad_alloc &) {
+            return ENOMEM;
+        }
+    });
 }
 
 }  // namespace wrenlink::agent

@@ -1,28 +1,30 @@
 // Every exported entry point is a thin extern "C" shell around ordinary C++: nothing may leave the
 // library as an exception. `guarded` runs the body and turns any exception into the family's error
-// value (an allocation failure included).
+// value (an allocation failure included), except the unwinding of a thread that its host cancelled:
+// that passes on, out of the library, with every lock released and every descriptor closed on the
+// way. The barrier is therefore not noexcept.
 #pragma once
 
 #include <cerrno>
 #include <new>
 #include <utility>
 
+#include "Wrenlink/platform.h"
+
 namespace wrenlink {
 
 template <class R, class Body>
-R guarded(R onError, Body &&body) noexcept {
+WRENLINK_CATCHES_FORCED_UNWIND R guarded(R onError, Body &&body) {
     try {
         return std::forward<Body>(body)();
-    } catch (...) {
-        return onError;
     }
-}
-
-template <class Body>
-void guarded_void(Body &&body) noexcept {
-    try {
-        std::forward<Body>(body)();
-    } catch (...) {
+#ifdef WRENLINK_FORCED_UNWIND
+    catch (WRENLINK_FORCED_UNWIND &) {
+        throw;
+    }
+#endif
+    catch (...) {
+        return onError;
     }
 }
 

@@ -10,7 +10,7 @@ namespace wrenlink {
 
 EventStream::EventStream(int fd) noexcept : fd_(fd), buffer_(new (std::nothrow) unsigned char[kCapacity]) {}
 
-bool EventStream::fill_to(std::size_t n) noexcept {
+bool EventStream::fill_to(std::size_t n) {
     if (begin_ > 0) {
         std::memmove(buffer_.get(), buffer_.get() + begin_, buffered());
         end_ -= begin_;
@@ -28,7 +28,7 @@ bool EventStream::fill_to(std::size_t n) noexcept {
     return true;
 }
 
-bool EventStream::read(void *to, std::size_t n) noexcept {
+bool EventStream::read(void *to, std::size_t n) {
     auto *out = static_cast<unsigned char *>(to);
     while (n > 0) {
         if (buffered() == 0 && !fill_to(1)) return false;
@@ -41,7 +41,7 @@ bool EventStream::read(void *to, std::size_t n) noexcept {
     return true;
 }
 
-bool EventStream::read_prefix(void *to, std::size_t keep, uint64_t length) noexcept {
+bool EventStream::read_prefix(void *to, std::size_t keep, uint64_t length) {
     if (!read(to, keep)) return false;
     for (uint64_t rest = length - keep; rest > 0;) {
         if (buffered() == 0 && !fill_to(1)) return false;

@@ -20,13 +20,13 @@ public:
 
     // Copies the next n bytes into `to`. False when the stream ends first: the peer closed or a
     // receive failed. As with NetConnectionRecv, a receive cut by a signal is not retried.
-    bool read(void *to, std::size_t n) noexcept;
+    bool read(void *to, std::size_t n);
     // Takes a field of `length` bytes: copies its first `keep` bytes (keep <= length) into `to`
     // and drops the rest, so that the stream stays in step. False when the stream ends first.
-    bool read_prefix(void *to, std::size_t keep, uint64_t length) noexcept;
+    bool read_prefix(void *to, std::size_t keep, uint64_t length);
     // The next n bytes (n <= kCapacity) in one piece, received as needed; they stay next in the
     // stream until skip(n). Null when the stream ends first.
-    const unsigned char *peek(std::size_t n) noexcept {
+    const unsigned char *peek(std::size_t n) {
         return buffered() >= n || fill_to(n) ? buffer_.get() + begin_ : nullptr;
     }
     // Drops n bytes that a peek has shown.
@@ -34,7 +34,7 @@ public:
 
 private:
     // Receives until n bytes (n <= kCapacity) are buffered, moving what is left to the front first.
-    bool fill_to(std::size_t n) noexcept;
+    bool fill_to(std::size_t n);
     std::size_t buffered() const noexcept { return end_ - begin_; }
 
     int fd_;

@@ -1,5 +1,6 @@
 // One owning descriptor type: move-only, closes exactly once, and keeps errno across the close so
-// that a failure's errno survives the cleanup of the path that reports it.
+// that a failure's errno survives the cleanup of the path that reports it. A close is cleanup, never
+// a cancellation point (cancellation.h).
 #pragma once
 
 #include <unistd.h>
@@ -7,7 +8,17 @@
 #include <cerrno>
 #include <utility>
 
+#include "Wrenlink/cancellation.h"
+
 namespace wrenlink {
+
+// Closes `fd`, keeping errno as it was.
+inline void close_descriptor(int fd) noexcept {
+    const NoCancel cleanup;
+    const int saved = errno;
+    ::close(fd);
+    errno = saved;
+}
 
 class UniqueFd {
 public:
@@ -26,11 +37,7 @@ public:
     explicit operator bool() const noexcept { return fd_ >= 0; }
     int release() noexcept { return std::exchange(fd_, -1); }
     void reset(int fd = -1) noexcept {
-        if (fd_ >= 0) {
-            const int saved = errno;
-            ::close(fd_);
-            errno = saved;
-        }
+        if (fd_ >= 0) close_descriptor(fd_);
         fd_ = fd;
     }
 

@@ -47,7 +47,7 @@ enum class Sticky { Yes, No };
 // fileError, read without the lock: written only under it, read atomically so that a gate check
 // never races with another thread's failing exchange.
 inline AgentStatus gate(const NetConnection *conn) noexcept {
-    return static_cast<AgentStatus>(__atomic_load_n(&conn->fileError, __ATOMIC_RELAXED));
+    return static_cast<AgentStatus>(load_field(conn->fileError));
 }
 
 // Runs `body` (which returns an Exit) under the connection's lock, stores its sticky value in
@@ -56,7 +56,7 @@ template <class Body>
 AgentStatus exchange(NetConnection *conn, Sticky sticky, Body &&body) {
     std::lock_guard lock(conn->mutex);
     const Exit exit = body();
-    if (sticky == Sticky::Yes && exit.sticky != 0) __atomic_store_n(&conn->fileError, exit.sticky, __ATOMIC_RELAXED);
+    if (sticky == Sticky::Yes && exit.sticky != 0) store_field(conn->fileError, exit.sticky);
     return exit.result;
 }
 
@@ -70,8 +70,21 @@ Step receive_reply_header(NetConnection *conn, wire::PacketHeader &header);
 // Send, then the reply header.
 Step request(NetConnection *conn, const std::string &packet, wire::PacketHeader &header);
 
-enum class Crc { Ignored, Verified };
-// The `length` payload bytes of the reply, in one block, optionally checked against `crc`.
-Step receive_payload(NetConnection *conn, const wire::PacketHeader &header, agent::Payload &payload, Crc crc);
+// Reads and drops the `length` payload bytes of a reply that the operation refuses unread, a piece
+// at a time: nothing is allocated, however long the peer says it is, and the stream stays in step.
+Step drop_payload(NetConnection *conn, const wire::PacketHeader &header);
+
+// The `length` payload bytes of a read reply, in one block. The read has already refused a length
+// beyond what its caller asked for, so the block is bounded by the caller's buffer.
+Step receive_payload(NetConnection *conn, const wire::PacketHeader &header, agent::Payload &payload);
+
+// The first bytes of a reply payload (a handle, a position), the payload checked against the
+// header's CRC. It is read in pieces and its CRC taken as it comes: a peer that claims a huge
+// payload costs time, never memory.
+struct PayloadHead {
+    unsigned char bytes[8] = {};
+    uint32_t size = 0;  // the whole payload's
+};
+Step receive_verified_head(NetConnection *conn, const wire::PacketHeader &header, PayloadHead &head);
 
 }  // namespace wrenlink::nfc

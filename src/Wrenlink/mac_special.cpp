@@ -13,7 +13,6 @@
 #include <optional>
 #include <string_view>
 #include <system_error>
-#include <thread>
 
 #include "Wrenlink/ComLog.h"
 #include "Wrenlink/Wrenlink.h"
@@ -62,12 +61,15 @@ void copy_text(std::string_view text, char *output, int32_t size) {
 // One run of the tool. An object serves a single run, so its text always starts empty.
 class ocCommand {
 public:
+    // `keep`: how much of the text can reach the caller; the tool's output beyond it is dropped.
+    explicit ocCommand(std::size_t keep) : _keep(keep) {}
     std::string startForCommand(const std::string &commandLine, bool isWaitExit);
 
 private:
     static bool tool_is_ready(const std::string &path);
     static bool make_pipes(std::optional<wrenlink::process::Pipe> (&pipes)[3]);
 
+    const std::size_t _keep;
     wrenlink::process::Child _task;
     std::string _result;
 };
@@ -122,14 +124,14 @@ std::string ocCommand::startForCommand(const std::string &commandLine, bool isWa
 
     if (!isWaitExit) {
         // Nothing is collected from a run that doesn't wait: its text is always empty.
-        std::this_thread::sleep_for(wrenlink::pauses::no_wait_run());
+        wrenlink::pauses::wait_whole(wrenlink::pauses::no_wait_run());
         _task.signal(SIGTERM);
         _task.wait_for(kTerminateGrace);  // one that outlives this is killed with the object
         return _result;
     }
-    const auto output = _task.collect();
-    _result.append(wrenlink::process::up_to_nul(output.out));
-    _result.append(wrenlink::process::up_to_nul(output.err));
+    const auto output = _task.collect(_keep);
+    _result.append(output.out);
+    _result.append(output.err);
     return _result;
 }
 
@@ -175,9 +177,9 @@ std::vector<std::string> split_command_line(const std::string &line, const std::
     return tokens;
 }
 
-std::string run_adb(const std::string &commandLine, bool isWaitExit) {
+std::string run_adb(const std::string &commandLine, bool isWaitExit, std::size_t keep) {
     std::lock_guard lock(adb_mutex);
-    ocCommand command;
+    ocCommand command(keep);
     return command.startForCommand(commandLine, isWaitExit);
 }
 
@@ -191,7 +193,10 @@ std::string GetAdbPath() {
 
 int32_t AdbCommandOC(const char *commandLine, char *output, int32_t outputSize, bool isWaitExit) {
     // A null line runs nothing and reads as a run without output.
-    const std::string text = commandLine != nullptr ? wrenlink::run_adb(commandLine, isWaitExit) : std::string();
+    // The copy takes at most outputSize - 1 bytes, and whether there were more: outputSize bytes
+    // of the text decide everything it writes.
+    const std::size_t keep = output != nullptr && outputSize > 0 ? static_cast<std::size_t>(outputSize) : 0;
+    const std::string text = commandLine != nullptr ? wrenlink::run_adb(commandLine, isWaitExit, keep) : std::string();
     copy_text(text, output, outputSize);  // outside the lock
     return 0;
 }

@@ -1,6 +1,7 @@
 // The process runner: one run of the adb tool with its output collected.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -25,8 +26,9 @@ std::string adb_path_for_executable(std::string executable);
 // the only argument.
 std::vector<std::string> split_command_line(const std::string &line, const std::string &toolPath);
 
-// One run under the runner's lock: the tool's stdout, then its stderr, each up to its first NUL.
-// Empty when nothing could be run, and always for a run that doesn't wait for the tool.
-std::string run_adb(const std::string &commandLine, bool isWaitExit);
+// One run under the runner's lock: the tool's stdout, then its stderr, each up to its first NUL, at
+// most `keep` bytes of the two (the rest of what the tool prints is read and dropped). Empty when
+// nothing could be run, and always for a run that doesn't wait for the tool.
+std::string run_adb(const std::string &commandLine, bool isWaitExit, std::size_t keep);
 
 }  // namespace wrenlink

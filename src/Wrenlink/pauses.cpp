@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <thread>
 
 namespace wrenlink::pauses {
 
@@ -19,6 +20,12 @@ std::chrono::milliseconds pause(int64_t fixed) noexcept {
 
 std::chrono::milliseconds no_wait_run() noexcept { return pause(kNoWaitRunMs); }
 std::chrono::milliseconds shell_answer() noexcept { return pause(kShellAnswerMs); }
+
+void wait_whole(std::chrono::milliseconds length) {
+    using Clock = std::chrono::steady_clock;
+    const auto deadline = Clock::now() + length;
+    for (auto now = Clock::now(); now < deadline; now = Clock::now()) std::this_thread::sleep_for(deadline - now);
+}
 
 void shorten(std::chrono::milliseconds each) noexcept { g_shortened.store(each.count(), std::memory_order_relaxed); }
 void restore() noexcept { g_shortened.store(0, std::memory_order_relaxed); }

@@ -11,6 +11,10 @@ namespace wrenlink::pauses {
 std::chrono::milliseconds no_wait_run() noexcept;
 std::chrono::milliseconds shell_answer() noexcept;
 
+// Waits `length` on the steady clock, however often the host's signals interrupt the sleep. A
+// cancellation point, as any sleep.
+void wait_whole(std::chrono::milliseconds length);
+
 // Every pause becomes `each`, until restore().
 void shorten(std::chrono::milliseconds each) noexcept;
 void restore() noexcept;

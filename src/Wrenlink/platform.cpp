@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -58,9 +59,7 @@ int tcp_socket() noexcept {
     if (fd < 0) return -1;
     const int one = 1;
     if (!set_cloexec(fd) || ::setsockopt(fd, SOL_SOCKET, SO_NOSIGPIPE, &one, sizeof one) != 0) {
-        const int saved = errno;
-        ::close(fd);
-        errno = saved;
+        close_descriptor(fd);
         return -1;
     }
     return fd;
@@ -73,10 +72,8 @@ bool cloexec_pipe(int fds[2]) noexcept {
 #else
     if (::pipe(fds) != 0) return false;
     if (!set_cloexec(fds[0]) || !set_cloexec(fds[1])) {
-        const int saved = errno;
-        ::close(fds[0]);
-        ::close(fds[1]);
-        errno = saved;
+        close_descriptor(fds[0]);
+        close_descriptor(fds[1]);
         return false;
     }
     return true;
@@ -121,13 +118,62 @@ int spawn_closes_other_descriptors([[maybe_unused]] posix_spawn_file_actions_t *
 #endif
 }
 
-UniqueFd exit_watch([[maybe_unused]] pid_t pid) noexcept {
-#if defined(__linux__) && defined(SYS_pidfd_open)
-    // Close-on-exec by definition; fails with ENOSYS on kernels before 5.3.
-    return UniqueFd(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
-#else
-    return UniqueFd();
+#if defined(__linux__) && defined(SYS_pidfd_open) && defined(SYS_pidfd_send_signal)
+#define WRENLINK_HAS_PIDFD 1
+#ifndef P_PIDFD
+#define P_PIDFD 3
 #endif
+#else
+#define WRENLINK_HAS_PIDFD 0
+#endif
+
+namespace {
+// Whether the child is still ours to wait for, running or ended; without reaping it.
+bool still_ours(idtype_t type, id_t id) {
+    siginfo_t info{};
+    return ::waitid(type, id, &info, WEXITED | WNOHANG | WNOWAIT) == 0;
+}
+}  // namespace
+
+ChildHandle child_handle([[maybe_unused]] pid_t pid) {
+#if WRENLINK_HAS_PIDFD
+    UniqueFd fd(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));  // close-on-exec by definition
+    if (!fd) return ChildHandle{UniqueFd(), errno == ESRCH};  // ENOSYS before Linux 5.3
+    // The pid may have been reaped by the host and taken by another process before the handle
+    // was made: only a child of ours can be waited for through it.
+    if (still_ours(static_cast<idtype_t>(P_PIDFD), static_cast<id_t>(fd.get()))) return ChildHandle{std::move(fd), false};
+    if (errno == ECHILD) return ChildHandle{UniqueFd(), true};
+    return ChildHandle{};  // waiting through a pidfd needs Linux 5.4: known by its pid alone
+#else
+    return ChildHandle{};
+#endif
+}
+
+void signal_child(pid_t pid, int handle, int sig) {
+#if WRENLINK_HAS_PIDFD
+    if (handle >= 0) {
+        ::syscall(SYS_pidfd_send_signal, handle, sig, nullptr, 0);
+        return;
+    }
+#else
+    (void)handle;
+#endif
+    if (still_ours(P_PID, static_cast<id_t>(pid))) ::kill(pid, sig);
+}
+
+Reaped reap_child(pid_t pid, [[maybe_unused]] int handle, bool block) {
+    for (;;) {
+        siginfo_t info{};
+        const int options = WEXITED | (block ? 0 : WNOHANG);
+#if WRENLINK_HAS_PIDFD
+        const int r = handle >= 0 ? ::waitid(static_cast<idtype_t>(P_PIDFD), static_cast<id_t>(handle), &info, options)
+                                  : ::waitid(P_PID, static_cast<id_t>(pid), &info, options);
+#else
+        const int r = ::waitid(P_PID, static_cast<id_t>(pid), &info, options);
+#endif
+        if (r == 0) return info.si_pid != 0 ? Reaped::Yes : Reaped::No;
+        if (errno != EINTR) return Reaped::ByOthers;  // ECHILD
+    }
 }
 
 const char *popen_read_mode() noexcept {

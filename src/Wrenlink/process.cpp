@@ -7,10 +7,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <string_view>
 #include <thread>
 #include <utility>
 
+#include "Wrenlink/cancellation.h"
 #include "Wrenlink/platform.h"
 
 namespace wrenlink::process {
@@ -30,16 +33,42 @@ bool lift_above_stdio(UniqueFd &fd) noexcept {
     return true;
 }
 
+// What a run keeps of one stream: its text up to the first NUL, and no more than the room the
+// caller's buffer leaves it.
+class KeptText {
+public:
+    // Keeps what of `chunk` still belongs to the text and fits in `room` (which only ever shrinks).
+    void take(std::string_view chunk, std::size_t room) {
+        if (full_) return;
+        if (const std::size_t nul = chunk.find('\0'); nul != std::string_view::npos) {
+            chunk = chunk.substr(0, nul);
+            full_ = true;
+        }
+        if (text_.size() < room) text_.append(chunk.substr(0, room - text_.size()));
+        if (text_.size() >= room) full_ = true;
+    }
+    std::string take_text(std::size_t room) {
+        if (text_.size() > room) text_.resize(room);
+        return std::move(text_);
+    }
+    std::size_t size() const { return text_.size(); }
+
+private:
+    std::string text_;
+    bool full_ = false;
+};
+
 enum class Stream { Open, Ended };
 
-// Appends what `fd` holds at this moment to `sink`. Ended at the end of the stream (a read error
-// counts as one: nothing more can come from it).
-Stream drain(int fd, std::string &sink) {
+// Reads what `fd` holds at this moment and hands each chunk to `kept`. Ended at the end of the
+// stream (a read error counts as one: nothing more can come from it).
+template <class Keep>
+Stream drain(int fd, Keep &&kept) {
     char chunk[64 * 1024];
     for (;;) {
         const ssize_t n = ::read(fd, chunk, sizeof chunk);
         if (n > 0) {
-            sink.append(chunk, static_cast<std::size_t>(n));
+            kept(std::string_view(chunk, static_cast<std::size_t>(n)));
         } else if (n == 0) {
             return Stream::Ended;
         } else if (errno != EINTR) {
@@ -105,8 +134,6 @@ bool set_nonblocking(int fd) noexcept {
     return flags >= 0 && ::fcntl(fd, F_SETFL, flags | O_NONBLOCK) == 0;
 }
 
-std::string_view up_to_nul(std::string_view text) noexcept { return text.substr(0, text.find('\0')); }
-
 int spawn(const std::string &path, const std::vector<std::string> &argv, Stdio stdio, Child &child) {
     std::vector<char *> args;
     args.reserve(argv.size() + 1);
@@ -132,10 +159,16 @@ int spawn(const std::string &path, const std::vector<std::string> &argv, Stdio s
 }
 
 Child::Child(pid_t pid, UniqueFd in, UniqueFd out, UniqueFd err) noexcept
-    : pid_(pid), in_(std::move(in)), out_(std::move(out)), err_(std::move(err)) {}
+    : pid_(pid), in_(std::move(in)), out_(std::move(out)), err_(std::move(err)) {
+    const NoCancel whole;  // the child must not be lost between its start and its handle
+    platform::ChildHandle handle = platform::child_handle(pid);
+    if (handle.gone) pid_ = -1;  // already reaped by the host: nothing to signal or wait for
+    handle_ = std::move(handle.fd);
+}
 
 Child::Child(Child &&other) noexcept
     : pid_(std::exchange(other.pid_, -1)),
+      handle_(std::move(other.handle_)),
       in_(std::move(other.in_)),
       out_(std::move(other.out_)),
       err_(std::move(other.err_)) {}
@@ -144,6 +177,7 @@ Child &Child::operator=(Child &&other) noexcept {
     if (this != &other) {
         kill_and_reap();
         pid_ = std::exchange(other.pid_, -1);
+        handle_ = std::move(other.handle_);
         in_ = std::move(other.in_);
         out_ = std::move(other.out_);
         err_ = std::move(other.err_);
@@ -153,57 +187,50 @@ Child &Child::operator=(Child &&other) noexcept {
 
 Child::~Child() { kill_and_reap(); }
 
-void Child::signal(int sig) const noexcept {
-    if (running()) ::kill(pid_, sig);
+void Child::signal(int sig) {
+    if (running()) platform::signal_child(pid_, handle_.get(), sig);
 }
 
-bool Child::reap_if_exited() noexcept {
-    if (!running()) return true;
-    for (;;) {
-        int status = 0;
-        const pid_t got = ::waitpid(pid_, &status, WNOHANG);
-        if (got == 0) return false;
-        if (got < 0 && errno == EINTR) continue;
-        // Reaped, or not ours to reap any more (a host that ignores SIGCHLD, or reaps by itself).
-        if (got > 0 || errno == ECHILD) pid_ = -1;
-        return !running();
-    }
+bool Child::reap_if_exited() {
+    if (running() && platform::reap_child(pid_, handle_.get(), false) != platform::Reaped::No) pid_ = -1;
+    return !running();
 }
 
 void Child::reap_blocking() noexcept {
     if (!running()) return;
-    int status = 0;
-    while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
-    }
+    const NoCancel cleanup;
+    platform::reap_child(pid_, handle_.get(), true);
     pid_ = -1;
 }
 
-bool Child::wait_for(std::chrono::milliseconds limit) noexcept {
-    if (reap_if_exited()) return true;
-    if (const UniqueFd watch = platform::exit_watch(pid_)) {
-        pollfd exit{watch.get(), POLLIN, 0};
-        ::poll(&exit, 1, static_cast<int>(limit.count()));
-        return reap_if_exited();
-    }
+bool Child::wait_for(std::chrono::milliseconds limit) {
     const auto deadline = std::chrono::steady_clock::now() + limit;
     while (!reap_if_exited()) {
-        if (std::chrono::steady_clock::now() >= deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0) return false;
+        if (handle_) {
+            pollfd exit{handle_.get(), POLLIN, 0};
+            ::poll(&exit, 1, static_cast<int>(left.count()));  // a signal ends it early: wait on
+        } else {
+            std::this_thread::sleep_for(std::min(left, std::chrono::milliseconds(2)));
+        }
     }
     return true;
 }
 
 void Child::kill_and_reap() noexcept {
     if (!running()) return;
-    ::kill(pid_, SIGKILL);
+    const NoCancel cleanup;
+    platform::signal_child(pid_, handle_.get(), SIGKILL);
     reap_blocking();
 }
 
-Child::Output Child::collect() {
-    Output output;
+Child::Output Child::collect(std::size_t keep) {
+    KeptText outText, errText;
+    auto keepOut = [&](std::string_view chunk) { outText.take(chunk, keep); };
+    auto keepErr = [&](std::string_view chunk) { errText.take(chunk, keep - outText.size()); };
     if (out_) set_nonblocking(out_.get());
     if (err_) set_nonblocking(err_.get());
-    const UniqueFd watch = running() ? platform::exit_watch(pid_) : UniqueFd();
 
     bool exited = !running();
     while ((out_ || err_) && !exited) {
@@ -216,27 +243,30 @@ Child::Output Child::collect() {
         };
         const pollfd *out = add(out_);
         const pollfd *err = add(err_);
-        const pollfd *ended = add(watch);
-        const int ready = ::poll(fds, count, watch ? -1 : kExitCheckMs);
+        const pollfd *ended = add(handle_);
+        const int ready = ::poll(fds, count, handle_ ? -1 : kExitCheckMs);
         if (ready < 0 && errno != EINTR) break;
 
-        if (out && out->revents != 0 && drain(out_.get(), output.out) == Stream::Ended) out_.reset();
-        if (err && err->revents != 0 && drain(err_.get(), output.err) == Stream::Ended) err_.reset();
-        if (!watch) {
+        if (out && out->revents != 0 && drain(out_.get(), keepOut) == Stream::Ended) out_.reset();
+        if (err && err->revents != 0 && drain(err_.get(), keepErr) == Stream::Ended) err_.reset();
+        if (!ended) {
             exited = reap_if_exited();
         } else if (ended->revents != 0) {
-            reap_blocking();  // a readable pidfd means the child has ended: this returns at once
+            reap_blocking();  // the child has ended: this returns at once
             exited = true;
         }
     }
     // The child has ended: take what it left in the pipes and stop, without waiting for an end
     // of stream that a process it started may hold back for ever.
-    if (out_) drain(out_.get(), output.out);
-    if (err_) drain(err_.get(), output.err);
+    if (out_) drain(out_.get(), keepOut);
+    if (err_) drain(err_.get(), keepErr);
     out_.reset();
     err_.reset();
     in_.reset();
     reap_blocking();
+    Output output;
+    output.out = outText.take_text(keep);
+    output.err = errText.take_text(keep - output.out.size());
     return output;
 }
 

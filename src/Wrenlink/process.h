@@ -5,6 +5,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -23,9 +24,14 @@ struct Pipe {
 // std::nullopt with errno on failure.
 std::optional<Pipe> make_pipe() noexcept;
 
-// One started child: its process number and the host's ends of the pipes it was given. The child
-// is reaped exactly once; a child still there when the object goes is killed and reaped, so that no
-// run leaves a zombie or a stray process behind.
+// One started child: its process number, a handle on it that survives its pid (platform.h), and
+// the host's ends of the pipes it was given. The child is reaped exactly once, by us or by a host
+// that reaps every child; a child still there when the object goes is killed and reaped, so that
+// no run leaves a zombie or a stray process behind. Signals reach the child through its handle, so
+// a pid that someone else reaped is never signalled.
+//
+// The waits are cancellation points: a host may cancel a thread that waits here, and the object's
+// destructor then kills and reaps the child on the way out.
 class Child {
 public:
     Child() noexcept = default;
@@ -40,13 +46,17 @@ public:
     bool running() const noexcept { return pid_ > 0; }
     int stdin_fd() const noexcept { return in_.get(); }
     int stdout_fd() const noexcept { return out_.get(); }
+    // Readable once the child has exited; -1 where the platform gives no such descriptor, and the
+    // child must then be looked at from time to time.
+    int exit_fd() const noexcept { return handle_.get(); }
 
-    void signal(int sig) const noexcept;
+    void signal(int sig);
     // Reaps the child if it has ended, without blocking; true when it is gone (or was reaped by
     // someone else).
-    bool reap_if_exited() noexcept;
-    // Reaps the child if it ends within `limit`; true when it is gone.
-    bool wait_for(std::chrono::milliseconds limit) noexcept;
+    bool reap_if_exited();
+    // Reaps the child if it ends within `limit`, however often a signal interrupts the wait; true
+    // when it is gone.
+    bool wait_for(std::chrono::milliseconds limit);
     // Kills the child (signal 9) if it is still there, and reaps it.
     void kill_and_reap() noexcept;
 
@@ -58,12 +68,16 @@ public:
     // blocks) until both have ended, or until the child has exited: then what is already in the
     // pipes is taken and the reading stops, even when a process the child started still holds
     // them open. The child is reaped on return.
-    Output collect();
+    //
+    // Of each stream only its text up to its first NUL is kept, and of the two together no more
+    // than `keep` bytes, stdout first: whatever else the child prints is read and dropped.
+    Output collect(std::size_t keep);
 
 private:
     void reap_blocking() noexcept;
 
     pid_t pid_ = -1;
+    UniqueFd handle_;
     UniqueFd in_;
     UniqueFd out_;
     UniqueFd err_;
@@ -86,7 +100,5 @@ int spawn(const std::string &path, const std::vector<std::string> &argv, Stdio s
 // Adds O_NONBLOCK to the descriptor's flags; false with errno on failure.
 bool set_nonblocking(int fd) noexcept;
 
-// Text up to its first NUL byte.
-std::string_view up_to_nul(std::string_view text) noexcept;
 
 }  // namespace wrenlink::process

@@ -52,6 +52,19 @@ void sleep_ms(long ms) {
     }
 }
 
+// `slow-term`: the terminate signal is logged at once, and the tool takes this long to go.
+long g_term_grace_ms = 0;
+
+void on_slow_term(int) {
+    char line[64];
+    int n = std::snprintf(line, sizeof line, "term %ld\n", static_cast<long>(g_pid));
+    if (g_log >= 0 && n > 0) (void)!::write(g_log, line, static_cast<std::size_t>(n));
+    sleep_ms(g_term_grace_ms);
+    n = std::snprintf(line, sizeof line, "exit %ld %d\n", static_cast<long>(g_pid), 128 + SIGTERM);
+    if (g_log >= 0 && n > 0) (void)!::write(g_log, line, static_cast<std::size_t>(n));
+    ::_exit(128 + SIGTERM);
+}
+
 [[noreturn]] void fail(const std::string &why) {
     write_all(STDERR_FILENO, "fake adb: " + why + "\n");
     ::_exit(2);
@@ -147,7 +160,7 @@ std::vector<Action> actions_of(const std::vector<std::string> &words, std::size_
         if (v == "out" || v == "err") {
             if (at >= words.size()) fail("missing text on line " + std::to_string(lineNo));
             action.text = words[at++];
-        } else if (v == "exit" || v == "sleep" || v == "die") {
+        } else if (v == "exit" || v == "sleep" || v == "die" || v == "slow-term") {
             action.number = number_at(words, at++, lineNo);
         } else if (v == "fill") {
             action.number = number_at(words, at++, lineNo);
@@ -234,7 +247,7 @@ void linger() {
 void log_descriptors() {
     std::string record = header("fds");
     for (int fd = 0; fd < 1024; ++fd) {
-        if (fd != g_log && ::fcntl(fd, F_GETFD) >= 0) record += " " + std::to_string(fd);
+        if (fd != g_log && ::fcntl(fd, F_GETFD) >= 0) record.append(" ").append(std::to_string(fd));
     }
     log_record(record + "\n");
 }
@@ -292,6 +305,9 @@ void perform(const std::vector<Action> &actions, const Scenario &scenario) {
             log_descriptors();
         } else if (a.verb == "ignore-term") {
             ::signal(SIGTERM, SIG_IGN);
+        } else if (a.verb == "slow-term") {
+            g_term_grace_ms = a.number;
+            ::signal(SIGTERM, on_slow_term);
         } else if (a.verb == "shell") {
             interactive_shell(scenario);
         }
@@ -354,7 +370,8 @@ int main(int argc, char **argv) {
     std::string joined;
     for (int i = 0; i < argc; ++i) {
         record.append(argv[i], std::strlen(argv[i]) + 1);
-        if (i > 0) joined += (i > 1 ? " " : "") + std::string(argv[i]);
+        if (i > 1) joined += ' ';
+        if (i > 0) joined += argv[i];
     }
     log_record(record + "\n");
     ::signal(SIGTERM, on_term);

@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>
+#include <string_view>
 #include <variant>
 
 namespace wrenlink::test {
@@ -47,7 +48,7 @@ bool read_exact(int fd, std::string &into, std::size_t n) {
     return true;
 }
 
-bool send_all(int fd, const std::string &data) {
+bool send_all(int fd, std::string_view data) {
     std::size_t sent = 0;
     while (sent < data.size()) {
         const ssize_t r = ::send(fd, data.data() + sent, data.size() - sent, MSG_NOSIGNAL);
@@ -123,7 +124,7 @@ std::string event(uint32_t opcode, const std::string &payload, std::optional<uin
 // ---------------------------------------------------------------------------------------------
 
 struct Script::Step {
-    enum class Kind { Expect, Read, ExpectRequest, Send, Wait, Hook, Serve, Drain, Flood, Close, Reset };
+    enum class Kind { Expect, Read, ExpectRequest, Send, SendFiller, Wait, Hook, Serve, Drain, Flood, Close, Reset };
     Kind kind;
     std::string data;
     std::size_t count = 0;
@@ -162,6 +163,12 @@ Script &Script::expect_request(uint32_t opcode) {
 Script &Script::send(std::string data) {
     auto s = step(Step::Kind::Send);
     s->data = std::move(data);
+    steps_.push_back(s);
+    return *this;
+}
+Script &Script::send_filler(std::size_t n) {
+    auto s = step(Step::Kind::SendFiller);
+    s->count = n;
     steps_.push_back(s);
     return *this;
 }
@@ -329,6 +336,15 @@ void ScriptedAgent::run(std::shared_ptr<Conn> conn, Script script) {
         case K::Send:
             if (!send_all(conn->fd, s->data)) open = false;
             break;
+        case K::SendFiller: {
+            const std::string piece(64 * 1024, 'f');
+            for (std::size_t left = s->count; open && left > 0;) {
+                const std::size_t n = std::min(left, piece.size());
+                open = send_all(conn->fd, std::string_view(piece).substr(0, n));
+                left -= n;
+            }
+            break;
+        }
         case K::Wait:
             std::this_thread::sleep_for(s->delay);
             break;

@@ -59,6 +59,8 @@ public:
     // Read one whole request (header and `length` payload bytes) and check its opcode.
     Script &expect_request(uint32_t opcode);
     Script &send(std::string bytes);
+    // Send n filler bytes, a piece at a time, so that a huge payload costs the agent no memory.
+    Script &send_filler(std::size_t n);
     Script &wait(std::chrono::milliseconds delay);
     // Run test code at this point (wait on a latch, count a step ...).
     Script &hook(std::function<void()> fn);

@@ -69,7 +69,7 @@ TEST(AdbCommand, CollectsMegabytesFromBothStreamsAtOnce) {
     FakeAdb adb;
     constexpr std::size_t kMiB = 1024 * 1024;
     adb.scenario("always fill 1048576 1048576");
-    const std::string text = wrenlink::run_adb(" big", true);
+    const std::string text = wrenlink::run_adb(" big", true, 2 * kMiB);
     ASSERT_EQ(text.size(), 2 * kMiB);
     EXPECT_TRUE(text == filled(kMiB, 'A') + filled(kMiB, 'a'));
 }
