@@ -31,8 +31,9 @@
  *     free). A block is handed over whole or not at all. NFCFileRef handles are released by
  *     NFCFileRefClose alone; NetConnection records are never freed.
  *   - Out of memory, every function gives its family's error value: ENOMEM in the agent half
- *     (onCode(22) for a scan's loop); in the adb half -1 where the function has that result,
- *     otherwise 0 (AndGetAdbFullpath: the empty text).
+ *     (onCode(22) for a scan's loop, -2 from TestPing, NULL from NetConnectionOpen); in the adb
+ *     half -1 where the function has that result, otherwise 0 (AndGetAdbFullpath: the empty
+ *     text).
  *
  * In the caller's process
  *   - Threads. Tool runs are one at a time in the whole process: a call waits for another
@@ -219,8 +220,8 @@ typedef struct NetConnection NetConnection;
 WRENLINK_API NetConnection *NetConnectionOpen(const char *address, uint32_t port);
 
 /* Sends all `length` bytes of `data` (`flags` go to send). Returns:
- *   -1       at once when an earlier send failed on this connection (errno = that stored error;
- *            also for length <= 0), or conn is NULL (EINVAL);
+ *   -1       at once when the connection holds a stored sendError (errno = that error; also for
+ *            length <= 0), or conn is NULL (EINVAL);
  *   0        for length <= 0;
  *   length   when all was sent;
  *   the count so far (0 or more) when the transfer broke off: errno is stored as the connection's
