@@ -58,7 +58,8 @@ void store_serial(PhoneInfo &phone, std::string_view serial) noexcept {
     std::memcpy(phone.serial, serial.data(), n);
 }
 
-// Both pointers null is the documented refusal; one of them null runs nothing either.
+// One null pointer is refused like two: with no serial there is no phone to ask, with no field
+// nowhere to put the answer.
 template <class Read>
 int32_t guarded_property_read(const char *serial, char *field, Read read) {
     if (serial == nullptr || field == nullptr) return -1;
