@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# mutate.sh [ID...]: the mutation check. Each mutant of scripts/mutants.txt changes one line of the
+# mutate.sh [--where] [ID...]: the mutation check. Each mutant of scripts/mutants.txt changes one line of the
 # library; it is applied alone, the dev preset is rebuilt and its ctest run (stopping at the first
 # failure), and the source is put back. A mutant is killed when a test fails, survives when all
-# pass, and is stillborn when it does not build. Name IDs to run only those.
+# pass, and is stillborn when it does not build. Name IDs to run only those; --where only shows
+# the file each mutant lands in (after code moves, to find texts that need updating).
 #
 # A mutant is found by its text, not by its file, so that the list outlives moved files: the text
 # must stand exactly once in src/. Results go to build/mutate/results.tsv as well as the terminal.
@@ -40,6 +41,16 @@ restore() {
 }
 trap restore EXIT
 trap 'restore; exit 130' INT TERM
+
+if [[ ${1:-} == --where ]]; then
+  shift
+  while IFS=$'\t' read -r id what from to; do
+    [[ -z $id || $id == \#* ]] && continue
+    if (($# > 0)) && [[ " $* " != *" $id "* ]]; then continue; fi
+    printf '%-4s %s\n' "$id" "$(locate "$from" || true)"
+  done <"$list"
+  exit 0
+fi
 
 cmake --build --preset dev >"$out/build.log" 2>&1 || { echo "the unmutated tree does not build: $out/build.log" >&2; exit 1; }
 
