@@ -16,7 +16,7 @@
 #include "doubles/census.h"
 #include "doubles/fake_adb_fixture.h"
 #include "doubles/scripted_agent.h"
-#include "runner/test_support.h"
+#include "doubles/tool_runs.h"
 
 using namespace std::chrono_literals;
 using namespace wrenlink::test;

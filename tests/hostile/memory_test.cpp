@@ -13,7 +13,7 @@
 #include "Wrenlink/Wrenlink.h"
 #include "doubles/fake_adb_fixture.h"
 #include "doubles/scripted_agent.h"
-#include "runner/test_support.h"
+#include "doubles/tool_runs.h"
 
 using namespace wrenlink::test;
 

@@ -20,7 +20,7 @@
 
 #include "Wrenlink/Wrenlink.h"
 #include "doubles/fake_adb_fixture.h"
-#include "runner/test_support.h"
+#include "doubles/tool_runs.h"
 
 using namespace std::chrono_literals;
 using namespace wrenlink::test;

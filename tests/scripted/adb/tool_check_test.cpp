@@ -12,7 +12,7 @@
 
 #include "Wrenlink/Wrenlink.h"
 #include "doubles/fake_adb_fixture.h"
-#include "runner/test_support.h"
+#include "doubles/tool_runs.h"
 
 using testing::internal::CaptureStderr;
 using testing::internal::GetCapturedStderr;

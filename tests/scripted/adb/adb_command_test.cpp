@@ -14,7 +14,7 @@
 #include "Wrenlink/Wrenlink.h"
 #include "Wrenlink/mac_special.h"
 #include "doubles/fake_adb_fixture.h"
-#include "runner/test_support.h"
+#include "doubles/tool_runs.h"
 
 using wrenlink::test::adb_text;
 using wrenlink::test::Argv;

@@ -22,8 +22,8 @@
 
 #include "Wrenlink/Wrenlink.h"
 #include "doubles/temp_tree.h"
-#include "realadb/loopback_server.h"
-#include "runner/test_support.h"
+#include "e2e/adb/loopback_server.h"
+#include "doubles/tool_runs.h"
 
 extern char **environ;
 

@@ -10,9 +10,9 @@
 #include <thread>
 
 #include "Wrenlink/Wrenlink.h"
-#include "e2e/agent_process.h"
+#include "e2e/agent/agent_process.h"
 #include "phone_fixture.h"
-#include "realadb/loopback_server.h"
+#include "e2e/adb/loopback_server.h"
 
 namespace wrenlink::test {
 namespace {

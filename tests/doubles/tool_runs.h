@@ -1,4 +1,4 @@
-// Small helpers of the runner tests.
+// One run of the tool or of a root shell through the public entry points, as text.
 #pragma once
 
 #include <cstring>

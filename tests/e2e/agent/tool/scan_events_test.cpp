@@ -7,7 +7,7 @@
 #include <set>
 
 #include "Wrenlink/packets.h"
-#include "agent/harness.h"
+#include "e2e/agent/tool/harness.h"
 
 namespace wrenlink::test {
 namespace {

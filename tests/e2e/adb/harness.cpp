@@ -17,7 +17,7 @@
 
 #include "Wrenlink/fd.h"
 #include "Wrenlink/platform.h"
-#include "realadb/loopback_server.h"
+#include "e2e/adb/loopback_server.h"
 
 namespace wrenlink::test {
 

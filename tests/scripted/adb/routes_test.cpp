@@ -11,7 +11,7 @@
 
 #include "Wrenlink/pauses.h"
 #include "doubles/fake_adb_fixture.h"
-#include "runner/test_support.h"
+#include "doubles/tool_runs.h"
 
 using namespace std::chrono_literals;
 using wrenlink::test::adb_text;

@@ -6,7 +6,7 @@
 
 #include "Wrenlink/Wrenlink.h"
 #include "doubles/fake_adb_fixture.h"
-#include "runner/test_support.h"
+#include "doubles/tool_runs.h"
 
 using wrenlink::test::Argv;
 using wrenlink::test::FakeAdb;

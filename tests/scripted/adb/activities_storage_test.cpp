@@ -5,7 +5,7 @@
 #include <string>
 
 #include "Wrenlink/Wrenlink.h"
-#include "device/device_test_support.h"
+#include "doubles/fake_adb_fixture.h"
 
 using namespace wrenlink::test;
 
