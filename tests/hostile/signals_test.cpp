@@ -1,10 +1,14 @@
 // A host with signal handlers of its own around tool runs: a fast interval timer whose handler
 // has no SA_RESTART, and a SIGCHLD handler that reaps every child (as GUI toolkits do), which
 // frees the pid of the library's tool for another process to take.
+#include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <netinet/in.h>
+#include <pthread.h>
 #include <spawn.h>
+#include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -136,6 +140,53 @@ TEST(Signals, TerminateGraceLastsThroughATimersInterruptions) {
     std::vector<std::string> kinds;
     for (const auto &r : adb.records()) kinds.push_back(r.kind + (r.kind == "exit" ? " " + r.words.at(0) : ""));
     EXPECT_EQ(kinds, (std::vector<std::string>{"argv", "term", "exit 143"}));
+}
+
+// A send that the host's signals interrupt goes on where it stopped: the peer, slower than the
+// sender so that its sends block, gets every byte in order.
+TEST(Signals, SendGoesOnThroughInterruptions) {
+    const HostHandler handler(SIGUSR1, count_tick, 0);  // no SA_RESTART: a blocked send sees EINTR
+    const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    ASSERT_EQ(::listen(listener, 1), 0);
+    ASSERT_EQ(::getsockname(listener, reinterpret_cast<sockaddr *>(&address), &size), 0);
+    NetConnection *conn = NetConnectionOpen("127.0.0.1", ntohs(address.sin_port));
+    ASSERT_NE(conn, nullptr);
+    const int peer = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    ::close(listener);
+
+    std::string data(16 << 20, '\0');
+    for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<char>((i * 2654435761u) >> 24);
+    std::string received;
+    std::thread reader([&] {
+        char chunk[65536];
+        for (ssize_t n; (n = ::read(peer, chunk, sizeof chunk)) > 0;) {
+            received.append(chunk, static_cast<std::size_t>(n));
+            std::this_thread::sleep_for(1ms);
+        }
+    });
+    g_ticks = 0;
+    std::atomic<bool> done{false};
+    const pthread_t sender = ::pthread_self();
+    std::thread signaller([&] {
+        while (!done) {
+            ::pthread_kill(sender, SIGUSR1);
+            std::this_thread::sleep_for(200us);
+        }
+    });
+    const int32_t sent = NetConnectionSend(conn, data.data(), static_cast<int32_t>(data.size()), 0);
+    done = true;
+    signaller.join();
+    NetConnectionClose(conn);
+    reader.join();
+    ::close(peer);
+    EXPECT_GT(g_ticks.load(), 100);
+    EXPECT_EQ(sent, static_cast<int32_t>(data.size()));
+    EXPECT_TRUE(received == data) << received.size() << " of " << data.size() << " bytes arrived";
 }
 
 TEST(PidSafety, ToolReapedByTheHostIsNeverSignalledNorItsPidsNewOwner) {
