@@ -35,8 +35,10 @@ locate() {
   ((total == 1)) && printf '%s\n' "$found"
 }
 
+# The original goes back with a new time stamp: with its old one, the build would keep the
+# mutant's objects and every later mutant would run on top of this one.
 restore() {
-  [[ -n ${saved:-} && -f $saved ]] && cp -p "$saved" "$target" && rm -f "$saved"
+  [[ -n ${saved:-} && -f $saved ]] && cp "$saved" "$target" && rm -f "$saved"
   saved=""
 }
 trap restore EXIT
