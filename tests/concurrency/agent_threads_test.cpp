@@ -156,13 +156,6 @@ TEST(AgentThreads, CloseFromAnotherThreadEndsAnExchangeThatWaits) {
              std::free(ref);
              return failed;
          }},
-        {"media list", {}, op::kListImage, [](NetConnection *c) {
-             __MediaBean head{};
-             uint32_t count = 0;
-             return NMCListImages(c, &head, &count) != 0;
-         }},
-        {"scan start", {}, op::kStartScan,
-         [](NetConnection *c) { return NDDStartScan(c, nullptr, nullptr, nullptr, nullptr, 0) != 0; }},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.name);

@@ -1,9 +1,9 @@
 // A scripted stand-in for the phone-side agent, on loopback.
 //
 // Each accepted connection runs the next Script given to the agent (the last one repeats when they
-// run out). A script is a list of steps: expect exact bytes, read and keep a count of bytes, send
-// bytes, wait, run a hook, serve requests with a handler, close. What each connection received is
-// kept for the test to look at, and every mismatch is recorded as a failure.
+// run out). A script is a list of steps: expect exact bytes, read bytes, send bytes, run a hook,
+// serve requests with a handler, reset. A script that runs out of steps closes the connection.
+// What each connection received is kept, and every mismatch is recorded as a failure.
 //
 //   ScriptedAgent agent;
 //   agent.add(Script().expect(make_ping_packet()).send(bytes("00 00 00 01")));
@@ -14,9 +14,9 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <deque>
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -48,9 +48,19 @@ struct Request {
     std::string payload;
 };
 
+// What a step works on: the connection, and reads that keep what they got.
+struct Link {
+    int fd;
+    std::function<bool(std::size_t, std::string &)> take;  // exactly n bytes; false when the peer closed
+    std::function<void(const std::string &)> fail;
+    bool abort = false;  // end with a reset instead of a close
+    bool request(Request &r);  // one whole request (a ping has no payload)
+};
+
 class Script {
 public:
     using Handler = std::function<std::optional<std::string>(const Request &)>;
+    using Step = std::function<bool(Link &)>;  // false: the connection ends here
 
     // Read exactly these bytes; anything else is a failure (and ends the script).
     Script &expect(std::string bytes);
@@ -61,33 +71,24 @@ public:
     Script &send(std::string bytes);
     // Send n filler bytes, a piece at a time, so that a huge payload costs the agent no memory.
     Script &send_filler(std::size_t n);
-    Script &wait(std::chrono::milliseconds delay);
     // Run test code at this point (wait on a latch, count a step ...).
     Script &hook(std::function<void()> fn);
     // Answer requests until the peer closes: the handler gets each request and returns the reply
-    // bytes (std::nullopt: close the connection). The ping request (opcode 0) has no payload.
+    // bytes (std::nullopt: close the connection).
     Script &serve(Handler handler);
-    // Read until the peer closes.
-    Script &drain();
-    // Send these bytes (all the replies of a long run of requests, say) while reading and
-    // dropping whatever comes, until the peer closes. What comes is not kept.
-    Script &flood(std::string bytes);
-    // Close now. A script that runs out of steps closes as well.
-    Script &close();
     // Abort the connection: the peer's next receive fails with a reset instead of an end of stream.
     Script &reset();
 
-    struct Step;
-
 private:
     friend class ScriptedAgent;
-    std::vector<std::shared_ptr<Step>> steps_;
+    std::vector<Step> steps_;
 };
 
 class ScriptedAgent {
 public:
-    // port 0: an ephemeral port of the system's choosing. bind_address: where to listen.
-    explicit ScriptedAgent(uint16_t port = 0, const char *bind_address = "127.0.0.1");
+    // port 0: an ephemeral port of the system's choosing. keep: keep what each connection received
+    // (a soak's own bookkeeping would hide what it measures).
+    explicit ScriptedAgent(uint16_t port = 0, bool keep = true);
     ~ScriptedAgent();
     ScriptedAgent(const ScriptedAgent &) = delete;
     ScriptedAgent &operator=(const ScriptedAgent &) = delete;
@@ -105,18 +106,21 @@ public:
     std::string failures() const;
 
 private:
-    struct Conn;
+    struct Conn {
+        int fd;
+        std::string received;
+    };
     void accept_loop();
-    void run(std::shared_ptr<Conn> conn, Script script);
-    void fail(const std::string &what);
+    void run(std::size_t index, const Script &script);
 
     int listen_fd_ = -1;
     int wake_[2] = {-1, -1};
     uint16_t port_ = 0;
+    bool keep_ = true;
     mutable std::mutex mutex_;
     std::condition_variable cv_;
     std::vector<Script> scripts_;
-    std::vector<std::shared_ptr<Conn>> conns_;
+    std::deque<Conn> conns_;  // guarded by mutex_, as is all below
     std::vector<std::thread> workers_;
     std::size_t finished_ = 0;
     std::string failures_;

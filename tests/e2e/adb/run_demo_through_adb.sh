@@ -13,7 +13,7 @@ cp "$demo" "$work/app/bin/"
 ln -s /usr/bin/adb "$work/app/Resources/adb"
 export HOME=$work/home          # the adb server keeps its key under $HOME/.android
 export ASAN_OPTIONS=detect_leaks=0
-out=$(bash "$(dirname "$0")/../../scripts/run-demo.sh" "$agent" "$make_sample" "$work/app/bin/$(basename "$demo")" \
+out=$(bash "$(dirname "$0")/../../../scripts/run-demo.sh" "$agent" "$make_sample" "$work/app/bin/$(basename "$demo")" \
       "$work" "$phone")
 echo "$out"
 grep -Eq "^ +127\.0\.0\.1:[0-9]+ +Wren One +Wrenfield +9 +yes$" <<<"$out"

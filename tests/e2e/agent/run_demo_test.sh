@@ -10,7 +10,7 @@ trap 'rm -rf "$work"' EXIT
 mkdir -p "$work/app/bin"
 cp "$demo" "$work/app/bin/"
 export ASAN_OPTIONS=detect_leaks=0
-out=$(bash "$(dirname "$0")/../../scripts/run-demo.sh" "$agent" "$make_sample" "$work/app/bin/$(basename "$demo")" "$work")
+out=$(bash "$(dirname "$0")/../../../scripts/run-demo.sh" "$agent" "$make_sample" "$work/app/bin/$(basename "$demo")" "$work")
 echo "$out"
 grep -q "adb is missing" <<<"$out"
 grep -q "^All steps passed.$" <<<"$out"
