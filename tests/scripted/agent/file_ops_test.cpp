@@ -67,7 +67,7 @@ TEST(FileOps, WorkedRequestsAndPositions) {
 TEST(FileOps, ReadsKeepTheStreamInStepAndSeekFallsBackToItsOffset) {
     ScriptedAgent agent;
     agent.add(Script().expect_request(3).send(reply(0, "abc")).expect_request(3).send(reply(0))
-                  .expect_request(3).send(reply(4, "refusal")).expect_request(3).send(reply(0, "twelve bytes"))
+                  .expect_request(3).send(reply(4, "refusal")).expect_request(3).send(reply(0, "ten and one"))
                   .expect_request(6).send(reply(0)).expect_request(5).send(reply(3))
                   .expect_request(3).send(reply(0, "ok")));
     NetConnection *conn = NetConnectionOpen("127.0.0.1", agent.port());
@@ -79,6 +79,7 @@ TEST(FileOps, ReadsKeepTheStreamInStepAndSeekFallsBackToItsOffset) {
     EXPECT_EQ(NFCFileRefRead(conn, ref, buffer, &(n = 10)), 0u);
     EXPECT_EQ(n + ref->position, 0 + 53);
     EXPECT_EQ(NFCFileRefRead(conn, ref, buffer, &(n = 10)), 4u);
+    // One byte more than the ten asked for is refused whole, and the stream stays in step.
     EXPECT_EQ(NFCFileRefRead(conn, ref, buffer, &n), static_cast<AgentStatus>(EMSGSIZE));
     EXPECT_EQ(std::string(buffer), "abc");
     EXPECT_EQ(n + ref->position, 10 + 53);
