@@ -13,7 +13,7 @@
 #include <memory>
 #include <vector>
 
-#include "Wrenlink/fd.h"
+#include "base/unique_fd.h"
 
 extern char **environ;
 

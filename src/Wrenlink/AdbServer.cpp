@@ -13,10 +13,10 @@
 #include "Wrenlink/ComLog.h"
 #include "Wrenlink/Wrenlink.h"
 #include "Wrenlink/boundary.h"
-#include "Wrenlink/cancellation.h"
+#include "base/cancellation.h"
 #include "Wrenlink/command_line.h"
 #include "Wrenlink/mac_special.h"
-#include "Wrenlink/platform.h"
+#include "base/platform.h"
 #include "Wrenlink/support.h"
 
 namespace {

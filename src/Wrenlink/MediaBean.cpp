@@ -9,7 +9,7 @@
 #include <new>
 
 #include "Wrenlink/agent_reply.h"
-#include "Wrenlink/wire.h"
+#include "base/wire.h"
 
 namespace {
 

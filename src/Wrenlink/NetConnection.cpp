@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "Wrenlink/boundary.h"
-#include "Wrenlink/fd.h"
-#include "Wrenlink/platform.h"
+#include "base/unique_fd.h"
+#include "base/platform.h"
 
 namespace {
 

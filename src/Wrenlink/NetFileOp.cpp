@@ -8,7 +8,7 @@
 
 #include "Wrenlink/file_exchange.h"
 #include "Wrenlink/packets.h"
-#include "Wrenlink/platform.h"
+#include "base/platform.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include "Wrenlink/ComLog.h"
 #include "Wrenlink/boundary.h"
 #include "Wrenlink/device_run.h"
-#include "Wrenlink/malloc_block.h"
+#include "base/malloc_block.h"
 
 using namespace wrenlink;
 

@@ -13,8 +13,8 @@
 #include "Wrenlink/NetConnection.h"
 #include "Wrenlink/Wrenlink.h"
 #include "Wrenlink/boundary.h"
-#include "Wrenlink/malloc_block.h"
-#include "Wrenlink/wire.h"
+#include "base/malloc_block.h"
+#include "base/wire.h"
 
 namespace wrenlink::agent {
 

@@ -9,7 +9,7 @@
 #include <new>
 #include <utility>
 
-#include "Wrenlink/platform.h"
+#include "base/platform.h"
 
 namespace wrenlink {
 

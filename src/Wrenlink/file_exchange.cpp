@@ -4,7 +4,7 @@
 #include <climits>
 #include <cstring>
 
-#include "Wrenlink/crc.h"
+#include "base/crc.h"
 
 namespace wrenlink::nfc {
 

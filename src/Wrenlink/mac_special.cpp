@@ -19,7 +19,7 @@
 #include "Wrenlink/boundary.h"
 #include "Wrenlink/command_line.h"
 #include "Wrenlink/pauses.h"
-#include "Wrenlink/platform.h"
+#include "base/platform.h"
 #include "Wrenlink/process.h"
 
 namespace {

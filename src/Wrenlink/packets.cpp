@@ -3,8 +3,8 @@
 #include <cstring>
 #include <string_view>
 
-#include "Wrenlink/crc.h"
-#include "Wrenlink/wire.h"
+#include "base/crc.h"
+#include "base/wire.h"
 
 namespace {
 

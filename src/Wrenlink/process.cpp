@@ -13,8 +13,8 @@
 #include <thread>
 #include <utility>
 
-#include "Wrenlink/cancellation.h"
-#include "Wrenlink/platform.h"
+#include "base/cancellation.h"
+#include "base/platform.h"
 
 namespace wrenlink::process {
 

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Wrenlink/fd.h"
+#include "base/unique_fd.h"
 
 namespace wrenlink::process {
 

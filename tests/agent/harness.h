@@ -8,7 +8,7 @@
 #include <thread>
 
 #include "Wrenlink/NetConnection.h"
-#include "Wrenlink/wire.h"
+#include "base/wire.h"
 #include "doubles/temp_tree.h"
 #include "server.h"
 

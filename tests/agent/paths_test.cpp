@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <functional>
 
-#include "Wrenlink/crc.h"
+#include "base/crc.h"
 #include "Wrenlink/packets.h"
 #include "harness.h"
 #include "sandbox.h"

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "Wrenlink/Wrenlink.h"
-#include "Wrenlink/wire.h"
+#include "base/wire.h"
 
 namespace wrenlink::test {
 

@@ -15,8 +15,8 @@
 #include <random>
 #include <thread>
 
-#include "Wrenlink/fd.h"
-#include "Wrenlink/platform.h"
+#include "base/unique_fd.h"
+#include "base/platform.h"
 #include "realadb/loopback_server.h"
 
 namespace wrenlink::test {

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "Wrenlink/event_stream.h"
-#include "Wrenlink/fd.h"
+#include "base/unique_fd.h"
 
 using wrenlink::EventStream;
 using wrenlink::UniqueFd;

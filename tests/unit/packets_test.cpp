@@ -1,9 +1,9 @@
 // The packet frame: CRC worked values and every builder's bytes.
 #include <gtest/gtest.h>
 
-#include "Wrenlink/crc.h"
+#include "base/crc.h"
 #include "Wrenlink/packets.h"
-#include "Wrenlink/wire.h"
+#include "base/wire.h"
 #include "doubles/scripted_agent.h"
 
 using wrenlink::test::bytes;

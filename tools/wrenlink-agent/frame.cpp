@@ -7,8 +7,8 @@
 
 #include <cerrno>
 
-#include "Wrenlink/crc.h"
-#include "Wrenlink/platform.h"
+#include "base/crc.h"
+#include "base/platform.h"
 
 namespace wrenlink::agent {
 

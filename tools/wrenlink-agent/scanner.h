@@ -21,7 +21,7 @@
 #include <string_view>
 #include <thread>
 
-#include "Wrenlink/fd.h"
+#include "base/unique_fd.h"
 #include "log.h"
 #include "sandbox.h"
 #include "tree.h"

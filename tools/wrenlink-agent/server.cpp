@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <system_error>
 
-#include "Wrenlink/platform.h"
+#include "base/platform.h"
 #include "frame.h"
 
 namespace wrenlink::agent {

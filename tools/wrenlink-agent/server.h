@@ -9,7 +9,7 @@
 #include <string>
 #include <thread>
 
-#include "Wrenlink/fd.h"
+#include "base/unique_fd.h"
 #include "catalogue.h"
 #include "log.h"
 #include "sandbox.h"

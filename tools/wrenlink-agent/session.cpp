@@ -10,7 +10,7 @@
 #include <climits>
 #include <optional>
 
-#include "Wrenlink/crc.h"
+#include "base/crc.h"
 
 namespace wrenlink::agent {
 

@@ -14,8 +14,8 @@
 #include <string_view>
 #include <vector>
 
-#include "Wrenlink/fd.h"
-#include "Wrenlink/wire.h"
+#include "base/unique_fd.h"
+#include "base/wire.h"
 #include "catalogue.h"
 #include "frame.h"
 #include "log.h"

@@ -14,7 +14,7 @@
 #include <cstring>
 #include <ctime>
 
-#include "Wrenlink/fd.h"
+#include "base/unique_fd.h"
 #include "commands.h"
 
 namespace phone {

@@ -11,8 +11,8 @@
 #include <cstring>
 #include <string>
 
-#include "Wrenlink/fd.h"
-#include "Wrenlink/wire.h"
+#include "base/unique_fd.h"
+#include "base/wire.h"
 #include "log.h"
 #include "message.h"
 #include "phone.h"

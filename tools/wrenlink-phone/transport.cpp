@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "Wrenlink/platform.h"
+#include "base/platform.h"
 #include "log.h"
 #include "phone.h"
 #include "services.h"

@@ -1,4 +1,4 @@
-#include "Wrenlink/platform.h"
+#include "base/platform.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>

@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "Wrenlink/fd.h"
+#include "base/unique_fd.h"
 
 // The exception by which the C library unwinds a cancelled thread, where the C++ runtime names it
 // (glibc with libstdc++). A catch-all that swallows it aborts the process, so every catch-all on

@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "Wrenlink/cancellation.h"
+#include "base/cancellation.h"
 
 namespace wrenlink {
 

@@ -1,4 +1,4 @@
-#include "Wrenlink/crc.h"
+#include "base/crc.h"
 
 // The published table of the reflected polynomial 0xEDB88320.
 const uint32_t crc32_tab[256] = {
