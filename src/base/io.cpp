@@ -9,7 +9,7 @@
 
 namespace wrenlink::io {
 
-Transfer send_all(int fd, const void *data, std::size_t n, int flags) noexcept {
+Transfer send_all(int fd, const void *data, std::size_t n, int flags) {
     const auto *p = static_cast<const char *>(data);
     Transfer t;
     while (t.done < n) {
@@ -26,7 +26,7 @@ Transfer send_all(int fd, const void *data, std::size_t n, int flags) noexcept {
     return t;
 }
 
-Transfer receive_exact(int fd, void *to, std::size_t n, OnSignal onSignal, int flags) noexcept {
+Transfer receive_exact(int fd, void *to, std::size_t n, OnSignal onSignal, int flags) {
     auto *p = static_cast<char *>(to);
     Transfer t;
     while (t.done < n) {
@@ -44,7 +44,7 @@ Transfer receive_exact(int fd, void *to, std::size_t n, OnSignal onSignal, int f
     return t;
 }
 
-bool write_all(int fd, const void *data, std::size_t n) noexcept {
+bool write_all(int fd, const void *data, std::size_t n) {
     const auto *p = static_cast<const char *>(data);
     while (n > 0) {
         const ssize_t written = ::write(fd, p, n);

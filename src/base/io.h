@@ -1,6 +1,8 @@
 // The loops that move an exact count of bytes through a descriptor, for the library and the tools
 // alike: send and receive on a socket, write on a pipe or a file. One system call rarely moves the
-// whole count; these go on until it has moved, the peer has closed, or a call has failed.
+// whole count; these go on until it has moved, the peer has closed, or a call has failed. Each
+// call is a cancellation point, so none of these is noexcept: a thread that its host cancels
+// unwinds out of them.
 #pragma once
 
 #include <cstddef>
@@ -21,13 +23,13 @@ struct Transfer {
 
 // Sends all n bytes with `flags` and the platform's no-SIGPIPE flag; interrupted sends are retried.
 // Whole, or Failed after `done` bytes.
-Transfer send_all(int fd, const void *data, std::size_t n, int flags = 0) noexcept;
+Transfer send_all(int fd, const void *data, std::size_t n, int flags = 0);
 
 // Receives exactly n bytes. Whole, Closed when the peer closed first, or Failed.
 Transfer receive_exact(int fd, void *to, std::size_t n, OnSignal onSignal = OnSignal::Retry,
-                       int flags = 0) noexcept;
+                       int flags = 0);
 
 // Writes all n bytes (a pipe, a file); interrupted writes are retried. False with errno on failure.
-bool write_all(int fd, const void *data, std::size_t n) noexcept;
+bool write_all(int fd, const void *data, std::size_t n);
 
 }  // namespace wrenlink::io

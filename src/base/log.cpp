@@ -7,7 +7,7 @@
 
 namespace wrenlink {
 
-void log_line(std::string_view line) noexcept {
+void log_line(std::string_view line) {
     char newline = '\n';
     iovec parts[2] = {{const_cast<char *>(line.data()), line.size()}, {&newline, 1}};
     iovec *next = parts;

@@ -7,7 +7,7 @@
 #include <string>
 #include <thread>
 
-#include "Wrenlink/NetConnection.h"
+#include "agent/link/connection.h"
 #include "base/wire.h"
 #include "doubles/temp_tree.h"
 #include "server.h"

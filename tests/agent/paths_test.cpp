@@ -8,7 +8,7 @@
 #include <functional>
 
 #include "base/crc.h"
-#include "Wrenlink/packets.h"
+#include "agent/wire/packets.h"
 #include "harness.h"
 #include "sandbox.h"
 

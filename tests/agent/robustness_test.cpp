@@ -3,7 +3,7 @@
 
 #include <cerrno>
 
-#include "Wrenlink/packets.h"
+#include "agent/wire/packets.h"
 #include "doubles/scripted_agent.h"
 #include "harness.h"
 #include "options.h"
@@ -65,7 +65,7 @@ TEST_F(AgentRobustness, AnUnknownRequestIsAnsweredWithEnosysAndItsPayloadSkipped
 TEST_F(AgentRobustness, ScanControlWithoutAScanIsRefused) {
     EXPECT_EQ(roundtrip(witness, make_pause_scan_packet()).header.status, static_cast<uint32_t>(ESRCH));
     EXPECT_EQ(roundtrip(witness, make_resume_scan_packet()).header.status, static_cast<uint32_t>(ESRCH));
-    EXPECT_EQ(roundtrip(witness, make_start_stop_packet()).header.status, static_cast<uint32_t>(ESRCH));
+    EXPECT_EQ(roundtrip(witness, make_stop_scan_packet()).header.status, static_cast<uint32_t>(ESRCH));
     tree.write("gone.txt", "x");
     EXPECT_EQ(roundtrip(witness, make_erase_file_packet("/gone.txt")).header.status, 0u);
     EXPECT_FALSE(tree.exists("gone.txt"));

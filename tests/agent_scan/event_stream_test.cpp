@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <set>
 
-#include "Wrenlink/packets.h"
+#include "agent/wire/packets.h"
 #include "agent/harness.h"
 
 namespace wrenlink::test {
@@ -174,7 +174,7 @@ TEST_F(PacedScan, AStopEndsTheScanWithEcanceledAlsoWhilePaused) {
     ASSERT_EQ(roundtrip(control, make_pause_scan_packet()).header.status, 0u);
     // Another control connection may steer the same scan.
     NetConnection *other = agent.connect();
-    ASSERT_EQ(roundtrip(other, make_start_stop_packet()).header.status, 0u);
+    ASSERT_EQ(roundtrip(other, make_stop_scan_packet()).header.status, 0u);
     NetConnectionClose(other);
     read_events(events, s);
     EXPECT_LT(s.items.size(), 200u);
@@ -198,7 +198,7 @@ TEST_F(PacedScan, AStartThatNobodyFollowsIsDroppedAndTheNextStartWorks) {
     }
     EXPECT_EQ(status, 0u);
     EXPECT_GT(refusals, 0);
-    EXPECT_EQ(roundtrip(control, make_start_stop_packet()).header.status, 0u);
+    EXPECT_EQ(roundtrip(control, make_stop_scan_packet()).header.status, 0u);
 }
 
 }  // namespace
