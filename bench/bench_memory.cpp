@@ -17,20 +17,11 @@
 #include "ratio_report.h"
 #include "raw_link.h"
 #include "reference_agent.h"
+#include "resident.h"
 
 namespace {
 
 using namespace wrenlink::bench;
-
-// The resident set in KiB, or -1 where the system does not tell it.
-long resident_kib() {
-    std::FILE *f = std::fopen("/proc/self/statm", "r");
-    if (f == nullptr) return -1;
-    long size = 0, resident = -1;
-    if (std::fscanf(f, "%ld %ld", &size, &resident) != 2) resident = -1;
-    std::fclose(f);
-    return resident < 0 ? -1 : resident * (::sysconf(_SC_PAGESIZE) / 1024);
-}
 
 // The peak resident set in KiB since the last reset_peak(), or -1 where the system does not tell.
 long peak_kib() {

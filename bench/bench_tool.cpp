@@ -1,7 +1,6 @@
 // One run of the adb tool: AdbCommand against a minimal posix_spawn + pipes + waitpid loop that
 // runs the same one-line tool (bench/one_line_tool.cpp, where the library looks for adb) and reads
 // its output.
-#include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -11,6 +10,7 @@
 #include <string>
 
 #include "Wrenlink/Wrenlink.h"
+#include "child_process.h"
 #include "contest.h"
 #include "ratio_report.h"
 
@@ -18,17 +18,7 @@ extern char **environ;
 
 namespace {
 
-// A pipe whose ends the child does not inherit beyond the one it is given.
-bool cloexec_pipe(int (&fds)[2]) {
-#if defined(__linux__)
-    return ::pipe2(fds, O_CLOEXEC) == 0;
-#else
-    if (::pipe(fds) != 0) return false;
-    ::fcntl(fds[0], F_SETFD, FD_CLOEXEC);
-    ::fcntl(fds[1], F_SETFD, FD_CLOEXEC);
-    return true;
-#endif
-}
+using wrenlink::bench::cloexec_pipe;
 
 // The least a runner must do: spawn with stdin, stdout and stderr on pipes (the library's runner
 // gives the tool all three), read stdout and stderr to their end, reap.

@@ -60,28 +60,30 @@ public:
     // Each variant's work per second, given the work of one call in the unit's terms.
     void report_rate(double workPerCall, const char *unit) {
         for (std::size_t v = 0; v < variants_.size(); ++v) {
-            const double seconds = median_call(v);
+            const double seconds = median_seconds(v);
             set(v, unit, seconds > 0 ? workPerCall / seconds : 0);
         }
     }
 
-    // Each variant's time per call, in microseconds or milliseconds.
-    void report_time(bool milliseconds = false) {
-        for (std::size_t v = 0; v < variants_.size(); ++v) {
-            set(v, milliseconds ? "ms" : "us", median_call(v) * (milliseconds ? 1e3 : 1e6));
-        }
-    }
-
-private:
-    using Clock = std::chrono::steady_clock;
-    void set(std::size_t v, const char *unit, double value) { state_.counters[variants_[v] + " " + unit] = value; }
-    double median_call(std::size_t v) {
+    // The median of a variant's calls, in seconds.
+    double median_seconds(std::size_t v) {
         std::vector<double> &calls = calls_[v];
         if (calls.empty()) return 0;
         const auto mid = calls.begin() + static_cast<std::ptrdiff_t>(calls.size() / 2);
         std::nth_element(calls.begin(), mid, calls.end());
         return *mid;
     }
+
+    // Each variant's time per call, in microseconds or milliseconds.
+    void report_time(bool milliseconds = false) {
+        for (std::size_t v = 0; v < variants_.size(); ++v) {
+            set(v, milliseconds ? "ms" : "us", median_seconds(v) * (milliseconds ? 1e3 : 1e6));
+        }
+    }
+
+private:
+    using Clock = std::chrono::steady_clock;
+    void set(std::size_t v, const char *unit, double value) { state_.counters[variants_[v] + " " + unit] = value; }
 
     benchmark::State &state_;
     std::vector<std::string> variants_;

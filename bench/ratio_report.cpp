@@ -1,7 +1,5 @@
 #include "ratio_report.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdarg>
@@ -31,13 +29,6 @@ __attribute__((format(printf, 1, 2))) std::string format(const char *fmt, ...) {
     return text;
 }
 
-double median(std::vector<double> values) {
-    if (values.empty()) return NAN;
-    std::sort(values.begin(), values.end());
-    const std::size_t mid = values.size() / 2;
-    return values.size() % 2 ? values[mid] : (values[mid - 1] + values[mid]) / 2;
-}
-
 std::string figure(double value, const std::string &unit) {
     const int digits = unit == "M/s" ? 3 : unit == "ms" ? 2 : unit == "KiB" ? 0 : 1;
     return format("%.*f %s", digits, value, unit.c_str());
@@ -56,19 +47,35 @@ std::string judge(const std::string &caseName, const std::string &key, double va
 
 }  // namespace
 
+double median(std::vector<double> values) {
+    if (values.empty()) return NAN;
+    std::sort(values.begin(), values.end());
+    const std::size_t mid = values.size() / 2;
+    return values.size() % 2 ? values[mid] : (values[mid - 1] + values[mid]) / 2;
+}
+
 int goal(const std::string &caseName, const std::string &baseline, Bound bound, double value) {
     goals()[caseName][baseline] = Goal{bound, value};
     return 0;
 }
 
-void RatioReporter::ReportRuns(const std::vector<Run> &runs) {
-    std::vector<Run> shown;
+void split_runs(const std::vector<benchmark::BenchmarkReporter::Run> &runs,
+                std::vector<benchmark::BenchmarkReporter::Run> &shown,
+                std::vector<benchmark::BenchmarkReporter::Run> &kept) {
+    using Run = benchmark::BenchmarkReporter::Run;
     for (const auto &run : runs) {
         const bool aggregate = run.run_type == Run::RT_Aggregate;
         if (run.error_occurred || run.repetitions <= 1 || (aggregate && run.aggregate_name == "median")) {
             shown.push_back(run);
         }
-        if (run.error_occurred || aggregate) continue;
+        if (!run.error_occurred && !aggregate) kept.push_back(run);
+    }
+}
+
+void RatioReporter::ReportRuns(const std::vector<Run> &runs) {
+    std::vector<Run> shown, kept;
+    split_runs(runs, shown, kept);
+    for (const auto &run : kept) {
         // The name alone: the suffixes that options add (min_time, real_time ...) are not ours.
         const std::string name = run.run_name.function_name + (run.run_name.args.empty() ? "" : "/" + run.run_name.args);
         Case &c = cases_[name];
@@ -120,15 +127,6 @@ void RatioReporter::Finalize() {
                 repetitions_ > 1 ? format("medians of %zu repetitions", repetitions_).c_str() : "one run");
     std::printf("%-24s %-14s %-11s %-14s %6s %-13s %s\n", "case", "library", "baseline", "", "ratio", "range", "goal");
     for (const auto &entry : order) print_case(entry.second, cases_.at(entry.second));
-}
-
-int run_with_ratios(int argc, char **argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    RatioReporter reporter(::isatty(STDOUT_FILENO) ? RatioReporter::OO_ColorTabular : RatioReporter::OO_Tabular);
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    benchmark::Shutdown();
-    return 0;
 }
 
 }  // namespace wrenlink::bench

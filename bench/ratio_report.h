@@ -9,6 +9,7 @@
 #pragma once
 
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <map>
@@ -19,10 +20,31 @@ namespace wrenlink::bench {
 
 enum class Bound { AtLeast, AtMost };
 
+// The median of the values (the mean of the middle two for an even count); NaN for none.
+double median(std::vector<double> values);
+
 // Declares a goal: the ratio of the case's library figure to `baseline` must keep within `bound`
 // `value`. With an empty `baseline` the goal is on the library's own figure. Returns 0, so that a
 // goal can stand beside its benchmarks as a static initialiser.
 int goal(const std::string &caseName, const std::string &baseline, Bound bound, double value);
+
+// Splits a batch of runs into those the console shows (single runs, failures, the medians of
+// repetitions) and those whose figures a table keeps (every repetition that did not fail).
+void split_runs(const std::vector<benchmark::BenchmarkReporter::Run> &runs,
+                std::vector<benchmark::BenchmarkReporter::Run> &shown,
+                std::vector<benchmark::BenchmarkReporter::Run> &kept);
+
+// Runs the benchmarks selected by the command line, reported through a console reporter of ours
+// that ends with its table.
+template <class Reporter>
+int run_with_table(int argc, char **argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    Reporter reporter(::isatty(STDOUT_FILENO) ? Reporter::OO_ColorTabular : Reporter::OO_Tabular);
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    benchmark::Shutdown();
+    return 0;
+}
 
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
@@ -45,8 +67,5 @@ private:
     std::map<std::string, Case> cases_;
     std::size_t repetitions_ = 1;
 };
-
-// Runs the benchmarks selected by the command line with the table at the end; use as main().
-int run_with_ratios(int argc, char **argv);
 
 }  // namespace wrenlink::bench

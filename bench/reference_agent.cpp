@@ -1,9 +1,5 @@
 #include "reference_agent.h"
 
-#include <fcntl.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -13,19 +9,11 @@
 #include <memory>
 #include <vector>
 
-#include "base/unique_fd.h"
-
-extern char **environ;
-
 namespace wrenlink::bench {
-
-namespace {
 
 namespace fs = std::filesystem;
 
-// Under $WRENLINK_BENCH_TMPDIR when it is set (scripts/bench.sh removes that whatever happens to
-// the run), else in memory where the system offers it.
-std::string make_root() {
+std::string make_scratch_directory() {
     std::error_code ec;
     const char *given = std::getenv("WRENLINK_BENCH_TMPDIR");
     const fs::path base = given != nullptr                     ? fs::path(given)
@@ -35,8 +23,8 @@ std::string make_root() {
     return ::mkdtemp(pattern.data()) != nullptr ? pattern : std::string();
 }
 
-bool write_file(const fs::path &path, std::size_t size) {
-    fs::create_directories(path.parent_path());
+bool write_pattern_file(const std::string &path, std::size_t size) {
+    fs::create_directories(fs::path(path).parent_path());
     std::vector<char> bytes(size);
     for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>((i * 2654435761u) >> 13);
     std::ofstream out(path, std::ios::binary);
@@ -44,11 +32,10 @@ bool write_file(const fs::path &path, std::size_t size) {
     return static_cast<bool>(out);
 }
 
+namespace {
+
 // The first line the agent prints: "listening on ADDRESS:PORT".
-uint16_t read_port(int fd) {
-    std::string line;
-    char c = 0;
-    while (line.size() < 200 && ::read(fd, &c, 1) == 1 && c != '\n') line += c;
+uint16_t port_in(const std::string &line) {
     const auto colon = line.rfind(':');
     if (line.rfind("listening on ", 0) != 0 || colon == std::string::npos) return 0;
     return static_cast<uint16_t>(std::atoi(line.c_str() + colon + 1));
@@ -70,54 +57,28 @@ ReferenceAgent *ReferenceAgent::get() {
 }
 
 bool ReferenceAgent::start(std::string &error) {
-    root_ = make_root();
+    root_ = make_scratch_directory();
     if (root_.empty()) {
         error = "no temporary directory";
         return false;
     }
-    const fs::path root(root_);
-    if (!write_file(root / "read.bin", kFileSize) || !write_file(root / "write.bin", kFileSize) ||
-        !write_file(root / "DCIM/a.jpg", 100) || !write_file(root / "DCIM/b.jpg", 200) ||
-        !write_file(root / "DCIM/c.jpg", 300)) {
+    if (!write_pattern_file(root_ + "/read.bin", kFileSize) || !write_pattern_file(root_ + "/write.bin", kFileSize) ||
+        !write_pattern_file(root_ + "/DCIM/a.jpg", 100) || !write_pattern_file(root_ + "/DCIM/b.jpg", 200) ||
+        !write_pattern_file(root_ + "/DCIM/c.jpg", 300)) {
         error = "cannot write the served files under " + root_;
         return false;
     }
 
-    int out[2];
-    if (::pipe(out) != 0) {
-        error = "no pipe";
-        return false;
-    }
-    UniqueFd readEnd(out[0]), writeEnd(out[1]);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, writeEnd.get(), STDOUT_FILENO);
-    posix_spawn_file_actions_addclose(&actions, readEnd.get());
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    const std::string path = WRENLINK_AGENT_PATH;
-    std::vector<std::string> args{path, "--port", "0", root_};
-    std::vector<char *> argv;
-    for (auto &arg : args) argv.push_back(arg.data());
-    argv.push_back(nullptr);
-    const int failure = ::posix_spawn(&pid_, path.c_str(), &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    if (failure != 0) {
-        pid_ = -1;
-        error = "cannot start " + path;
-        return false;
-    }
-    writeEnd.reset();
-    port_ = read_port(readEnd.get());
-    if (port_ == 0) error = path + " did not say where it listens";
-    return port_ != 0;
+    agent_ = AgentProcess(root_);
+    if (agent_.port() == 0) error = std::string(WRENLINK_AGENT_PATH) + " did not start or did not say where it listens";
+    return agent_.port() != 0;
 }
 
+AgentProcess::AgentProcess(const std::string &root)
+    : process_({WRENLINK_AGENT_PATH, "--port", "0", root}), port_(port_in(process_.read_line())) {}
+
 ReferenceAgent::~ReferenceAgent() {
-    if (pid_ > 0) {
-        ::kill(pid_, SIGTERM);
-        int status = 0;
-        ::waitpid(pid_, &status, 0);
-    }
+    agent_ = AgentProcess();  // stopped before its files go
     std::error_code ec;
     if (!root_.empty()) fs::remove_all(root_, ec);
 }

@@ -1,19 +1,44 @@
-// The reference agent program (tools/wrenlink-agent), started once for the whole run on a port of
-// its own and stopped at exit. It serves a fresh directory in memory (/dev/shm where there is one,
-// so every read and write stays in the page cache) holding:
+// The reference agent program (tools/wrenlink-agent) as a process of the bench.
+//
+// ReferenceAgent is the one started for the whole run on a port of its own and stopped at exit. It
+// serves a fresh directory in memory (/dev/shm where there is one, so every read and write stays in
+// the page cache) holding:
 //
 //   /read.bin, /write.bin   kFileSize bytes each, for the file benchmarks
 //   /DCIM/*.jpg             three small images, so that a media list has something to list
+//
+// More agents can serve the same directory (AgentProcess), one for each simulated phone.
 #pragma once
 
-#include <sys/types.h>
-
+#include <cstddef>
 #include <cstdint>
 #include <string>
+
+#include "child_process.h"
 
 namespace wrenlink::bench {
 
 constexpr int64_t kFileSize = 16 << 20;
+
+// A fresh directory for the bench's files: under $WRENLINK_BENCH_TMPDIR when it is set
+// (scripts/bench.sh removes that whatever happens to the run), else in memory where the system
+// offers it. Empty on failure; the caller removes it.
+std::string make_scratch_directory();
+// A file of `size` bytes of a fixed pattern, with the folders on its way. False on failure.
+bool write_pattern_file(const std::string &path, std::size_t size);
+
+// The agent serving `root` on a free loopback port; port() is 0 when it could not be started.
+class AgentProcess {
+public:
+    AgentProcess() = default;
+    explicit AgentProcess(const std::string &root);
+    uint16_t port() const { return port_; }
+    pid_t pid() const { return process_.pid(); }
+
+private:
+    ChildProcess process_;
+    uint16_t port_ = 0;
+};
 
 class ReferenceAgent {
 public:
@@ -21,7 +46,9 @@ public:
     // cannot be started.
     static ReferenceAgent *get();
 
-    uint16_t port() const { return port_; }
+    uint16_t port() const { return agent_.port(); }
+    // The directory it serves.
+    const std::string &root() const { return root_; }
 
     ReferenceAgent(const ReferenceAgent &) = delete;
     ReferenceAgent &operator=(const ReferenceAgent &) = delete;
@@ -32,8 +59,7 @@ private:
     bool start(std::string &error);
 
     std::string root_;
-    pid_t pid_ = -1;
-    uint16_t port_ = 0;
+    AgentProcess agent_;
 };
 
 }  // namespace wrenlink::bench

@@ -1,18 +1,15 @@
-// wrenlink-demo: what a desktop application does with libWrenlink, step by step.
-//
-//   wrenlink-demo [--address A] [--port N] [--forward PHONE_PORT [--serial S]] [--out DIR]
-//
-// Lists the phones that adb sees, connects to the phone-side agent (through a port adb forwards,
-// or to wrenlink-agent on this machine directly), pings it, scans the phone with a live progress bar,
-// lists the media catalogue, copies one file from the phone and verifies it, and writes a file
-// back and deletes it. Any failed step ends the program with a message and exit status 1.
-//
-// It uses nothing but the public header and the installed library.
+// wrenlink-demo: what a desktop application does with libWrenlink, step by step (kUsage says
+// what it does). It uses nothing but the public header and the installed library.
 #include <Wrenlink/Wrenlink.h>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -25,6 +22,27 @@
 #include <vector>
 
 namespace {
+
+const char kUsage[] =
+    "usage: wrenlink-demo [--address A] [--port N] [--forward PHONE_PORT [--serial S]] [--out DIR]\n"
+    "\n"
+    "Lists the phones that adb sees, connects to the phone-side agent (through a port adb forwards,\n"
+    "or to wrenlink-agent on this machine directly), pings it, scans the phone with a live progress\n"
+    "bar, lists the media catalogue, copies the largest item from the phone and verifies it, and\n"
+    "writes a file back and deletes it.\n"
+    "\n"
+    "  --address A   the agent's dotted IPv4 address (default 127.0.0.1)\n"
+    "  --port N      the agent's port (default 10243); with --forward, the local end\n"
+    "  --forward P   have adb forward --port to port P of the phone first\n"
+    "  --serial S    the phone to forward through (default: the first authorised one)\n"
+    "  --out DIR     an existing directory for the copied file (default .)\n"
+    "\n"
+    "adb is the library's: Resources/adb beside the folder of this program. When no adb server\n"
+    "answered on its port (ANDROID_ADB_SERVER_PORT, default 5037) before the run, the server that\n"
+    "the run started is stopped at its end.\n"
+    "\n"
+    "Exit status: 0 when every step passed; 1 when a step failed or DIR cannot be written; 2 for a\n"
+    "bad command line.\n";
 
 constexpr int kSteps = 6;
 constexpr int32_t kChunk = 16 * 1024;
@@ -40,9 +58,48 @@ struct Options {
 
 bool g_tty = false;
 
+// ---- the adb server --------------------------------------------------------------------------
+
+// Any adb command starts the tool's server, which outlives the program. A run that found none
+// answering stops the one it caused, on every way out.
+bool g_stop_adb_server = false;
+
+bool adb_server_answers() {
+    const char *text = std::getenv("ANDROID_ADB_SERVER_PORT");
+    const unsigned long port = text != nullptr && *text != '\0' ? std::strtoul(text, nullptr, 10) : 5037;
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0 || port == 0 || port > 65535) {
+        if (fd >= 0) ::close(fd);
+        return false;
+    }
+    sockaddr_in server{};
+    server.sin_family = AF_INET;
+    server.sin_port = htons(static_cast<uint16_t>(port));
+    server.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const bool answers = ::connect(fd, reinterpret_cast<const sockaddr *>(&server), sizeof server) == 0;
+    ::close(fd);
+    return answers;
+}
+
+void stop_adb_server_we_started() {
+    if (!g_stop_adb_server || !adb_server_answers()) return;
+    g_stop_adb_server = false;
+    char output[2048] = {};
+    AdbCommand(" kill-server", output, sizeof output, true);
+    std::printf("Stopped the adb server that this run started.\n");
+}
+
 [[noreturn]] void fail(const std::string &what) {
     std::fprintf(stderr, "\nwrenlink-demo: %s\n", what.c_str());
+    std::fflush(stderr);
+    stop_adb_server_we_started();
     std::exit(1);
+}
+
+[[noreturn]] void usage_error(const std::string &why) {
+    std::fprintf(stderr, "wrenlink-demo: %s\n%.*s", why.c_str(), static_cast<int>(std::strchr(kUsage, '\n') - kUsage + 1),
+                 kUsage);
+    std::exit(2);
 }
 
 // How an AgentStatus reads: the library's own codes by name, the agent's (errno values) by text.
@@ -73,44 +130,64 @@ std::string human_size(uint64_t bytes) {
     return text;
 }
 
-// A progress bar on one line: redrawn in place on a terminal, printed once at the end otherwise.
+// A progress bar on one line: redrawn in place on a terminal, printed once when finished otherwise.
+// A negative total is not known yet: the bar stays empty and unfinished.
 void draw_bar(int64_t done, int64_t total, const std::string &tail) {
-    const bool finished = done >= total;
+    const bool finished = total >= 0 && done >= total;
     if (!g_tty && !finished) return;
     constexpr int kWidth = 32;
-    const int filled = total > 0 ? static_cast<int>(std::min<int64_t>(done, total) * kWidth / total) : kWidth;
-    const int percent = total > 0 ? static_cast<int>(std::min<int64_t>(done, total) * 100 / total) : 100;
-    std::printf("%s      [%s%s] %3d%%  %s%s", g_tty ? "\r" : "", std::string(static_cast<std::size_t>(filled), '#').c_str(),
-                std::string(static_cast<std::size_t>(kWidth - filled), '.').c_str(), percent, tail.c_str(),
+    const int64_t shown = std::clamp<int64_t>(done, 0, std::max<int64_t>(total, 0));
+    const int filled = total > 0 ? static_cast<int>(shown * kWidth / total) : (finished ? kWidth : 0);
+    const std::string percent = total > 0 ? std::to_string(shown * 100 / total) : (finished ? "100" : "?");
+    std::printf("%s      [%s%s] %3s%%  %s%s", g_tty ? "\r" : "", std::string(static_cast<std::size_t>(filled), '#').c_str(),
+                std::string(static_cast<std::size_t>(kWidth - filled), '.').c_str(), percent.c_str(), tail.c_str(),
                 finished ? "\n" : "");
     std::fflush(stdout);
 }
 
+uint32_t port_value(const std::string &option, const std::string &text) {
+    char *end = nullptr;
+    const unsigned long port = std::strtoul(text.c_str(), &end, 10);
+    if (text.empty() || *end != '\0' || port == 0 || port > 65535)
+        usage_error(option + " takes a number from 1 to 65535, not '" + text + "'");
+    return static_cast<uint32_t>(port);
+}
+
+// Every value is checked here, before the first step.
 Options parse(int argc, char **argv) {
     Options o;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
-        const bool has_value = i + 1 < argc;
-        if (a == "--address" && has_value) {
-            o.address = argv[++i];
-        } else if ((a == "--port" || a == "--forward") && has_value) {
-            char *end = nullptr;
-            const unsigned long port = std::strtoul(argv[++i], &end, 10);
-            if (*end != '\0' || port == 0 || port > 65535) fail(a + " needs a number from 1 to 65535");
-            (a == "--port" ? o.port : o.forward) = static_cast<uint32_t>(port);
-        } else if (a == "--serial" && has_value) {
-            o.serial = argv[++i];
-        } else if (a == "--out" && has_value) {
-            o.out = argv[++i];
-        } else {
-            std::printf("usage: wrenlink-demo [--address A] [--port N] [--forward PHONE_PORT [--serial S]] [--out DIR]\n"
-                        "  --address  the agent's address (default 127.0.0.1)\n"
-                        "  --port     the agent's port (default 10243); with --forward, the local end\n"
-                        "  --forward  forward --port to this port of the phone through adb first\n"
-                        "  --serial   the phone to forward through (default: the first authorised one)\n"
-                        "  --out      where the copied file goes (default .)\n");
-            std::exit(a == "--help" || a == "-h" ? 0 : 2);
+        if (a == "--help" || a == "-h") {
+            std::fputs(kUsage, stdout);
+            std::exit(0);
         }
+        if (a != "--address" && a != "--port" && a != "--forward" && a != "--serial" && a != "--out")
+            usage_error((a.starts_with('-') ? "unknown option: " : "unexpected argument: ") + a);
+        if (i + 1 == argc) usage_error(a + " needs a value");
+        const std::string value = argv[++i];
+        if (a == "--address") {
+            in_addr parsed{};
+            if (::inet_pton(AF_INET, value.c_str(), &parsed) != 1)
+                usage_error("--address takes a dotted IPv4 address, not '" + value + "'");
+            o.address = value;
+        } else if (a == "--port" || a == "--forward") {
+            (a == "--port" ? o.port : o.forward) = port_value(a, value);
+        } else {
+            (a == "--serial" ? o.serial : o.out) = value;
+        }
+    }
+    if (!o.serial.empty() && o.forward == 0) usage_error("--serial goes with --forward");
+    // The copy goes there at step 5: a directory that can't take it fails the run now.
+    struct stat out {};
+    const char *unusable = nullptr;
+    if (::stat(o.out.c_str(), &out) != 0 || (S_ISDIR(out.st_mode) && ::access(o.out.c_str(), W_OK) != 0))
+        unusable = std::strerror(errno);
+    else if (!S_ISDIR(out.st_mode))
+        unusable = "not a directory";
+    if (unusable != nullptr) {
+        std::fprintf(stderr, "wrenlink-demo: --out %s: %s\n", o.out.c_str(), unusable);
+        std::exit(1);
     }
     return o;
 }
@@ -126,6 +203,7 @@ std::string list_phones() {
         std::printf("      (skipped; the rest of the demo talks to the agent directly)\n");
         return {};
     }
+    g_stop_adb_server = !adb_server_answers();
     std::string first;
     PhoneInfo *phones = nullptr;
     uint32_t count = 0;
@@ -173,7 +251,7 @@ NetConnection *connect_to_agent(const Options &o, const std::string &listed_phon
 struct ScanState {
     int64_t found = 0;
     std::map<std::string, int> by_kind;
-    int64_t done = 0, total = 0;
+    int64_t done = 0, total = -1;  // no total until the first progress event
     bool has_code = false;
     uint32_t code = 0;
 };
@@ -188,15 +266,16 @@ std::string kind_of_item(const char *item) {
 }
 
 void draw_scan(const ScanState &s) {
-    draw_bar(s.done, s.total, std::to_string(s.found) + " found, " + std::to_string(s.done) + "/" +
-                                  std::to_string(s.total) + " files");
+    std::string tail = std::to_string(s.found) + " found";
+    if (s.total >= 0) tail += ", " + std::to_string(s.done) + "/" + std::to_string(s.total) + " files";
+    draw_bar(s.done, s.total, tail);
 }
 
 void on_found_item(const char *item, uint64_t user) {
     auto &s = *reinterpret_cast<ScanState *>(static_cast<uintptr_t>(user));
     ++s.found;
     ++s.by_kind[kind_of_item(item)];
-    if (g_tty) draw_scan(s);
+    if (g_tty && (s.total < 0 || s.done < s.total)) draw_scan(s);  // a finished bar is drawn once
 }
 
 void on_progress(int64_t done, int64_t total, uint64_t user) {
@@ -378,5 +457,6 @@ int main(int argc, char **argv) {
     write_to_phone(conn);
     NetConnectionClose(conn);
     std::printf("All steps passed.\n");
+    stop_adb_server_we_started();
     return 0;
 }

@@ -1,8 +1,9 @@
 // The library's log sink, a C++ class exported with C++ linkage.
 //
-// Every log line of the adb half goes to ComLog::Log, which discards it: the library writes no
-// log of its own. The other members exist for applications that link against them; they keep no
-// state.
+// Every log line of the adb half goes to ComLog::Log, which discards it: the library keeps no log
+// file and formats nothing. (The few lines it does print on stdout and stderr are listed once, in
+// Wrenlink.h under "Output".) The other members exist for applications that link against them;
+// they keep no state. GetCuurrentFoler keeps its historical spelling, as Wrenlink.h says.
 #ifndef WRENLINK_COMLOG_H
 #define WRENLINK_COMLOG_H
 

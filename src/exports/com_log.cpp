@@ -1,7 +1,7 @@
 #include "Wrenlink/ComLog.h"
 
-// The sink discards: the library keeps no log of its own, and every caller relies only on the
-// call doing no harm and returning.
+// The sink discards: every caller relies only on the call doing no harm and returning, and an
+// application that loads the library gets no log file it did not ask for.
 bool ComLog::hasInit = false;
 std::string ComLog::appName;
 

@@ -23,8 +23,8 @@ int32_t NetConnectionRecv(NetConnection *conn, void *buffer, int32_t length, int
 
 int32_t NetConnectionSetTimeout(NetConnection * /*conn*/, int32_t /*milliseconds*/) { return 0; }
 
-// Safe from another thread while an exchange waits on the connection: that exchange ends with an
-// error at once.
+// A watchdog thread's way out of a call on a silent agent: the close shuts down what transfers
+// wait on before the descriptor can be closed.
 void NetConnectionClose(NetConnection *conn) {
     if (conn != nullptr) agent::close_connection(conn);
 }

@@ -1,5 +1,4 @@
-// make-sample-phone DIR: fills DIR with a small phone's storage, every file real of its kind:
-// camera pictures and screenshots, music, movies and downloads. Files that exist are rewritten.
+// make-sample-phone: fills a directory with a small phone's storage (kUsage says more).
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -7,6 +6,8 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
+#include <string_view>
 
 #include "media_files.h"
 
@@ -15,14 +16,31 @@ namespace {
 namespace fs = std::filesystem;
 using namespace wrenlink::sample;
 
+const char kUsage[] =
+    "usage: make-sample-phone DIR\n"
+    "\n"
+    "Fills DIR (made if needed) with a small phone's storage, every file real of its kind: camera\n"
+    "pictures and screenshots (JPEG, PNG), music (WAV), movies (Motion-JPEG AVI) and downloads\n"
+    "(PDF, text, ZIP). Files that exist are rewritten. Prints each file with its size.\n"
+    "\n"
+    "Exit status: 0 done; 1 when a file cannot be written; 2 for a bad command line.\n";
+
 int written = 0;
+
+int usage_error(const std::string &why) {
+    std::fprintf(stderr, "make-sample-phone: %s\nusage: make-sample-phone DIR\n", why.c_str());
+    return 2;
+}
 
 // Writes the file with its modification time set to the given day and time (local time).
 void put(const fs::path &root, const std::string &relative, const std::string &bytes, int month, int day,
          int hour) {
     const fs::path p = root / relative;
     fs::create_directories(p.parent_path());
-    std::ofstream(p, std::ios::binary | std::ios::trunc) << bytes;
+    std::ofstream out(p, std::ios::binary | std::ios::trunc);
+    out << bytes;
+    out.close();  // before its times are set
+    if (!out) throw std::runtime_error("cannot write " + p.string());
     std::tm when{};
     when.tm_year = 2024 - 1900;
     when.tm_mon = month - 1;
@@ -38,10 +56,16 @@ void put(const fs::path &root, const std::string &relative, const std::string &b
 }  // namespace
 
 int main(int argc, char **argv) {
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: make-sample-phone DIR\n");
-        return 2;
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view arg = argv[i];
+        if (arg == "--help" || arg == "-h") {
+            std::fputs(kUsage, stdout);
+            return 0;
+        }
+        if (arg.starts_with('-')) return usage_error("unknown option: " + std::string(arg));
     }
+    if (argc < 2) return usage_error("the directory to fill (DIR) is missing");
+    if (argc > 2) return usage_error("unexpected argument: " + std::string(argv[2]));
     const fs::path root = argv[1];
     try {
         for (unsigned i = 0; i < 6; ++i) {

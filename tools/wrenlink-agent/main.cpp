@@ -7,6 +7,7 @@
 #include <signal.h>
 
 #include <cstdio>
+#include <string_view>
 #include <exception>
 #include <thread>
 
@@ -17,10 +18,15 @@ int main(int argc, char **argv) {
     using namespace wrenlink::agent;
     std::string error;
     const auto options = parse_options(std::vector<std::string>(argv + 1, argv + argc), error);
+    if (!options && error.empty()) {
+        std::fputs(kUsage, stdout);
+        return 0;
+    }
     if (!options) {
-        std::fputs(error.empty() ? kUsage : ("wrenlink-agent: " + error + "\n\n" + kUsage).c_str(),
-                   error.empty() ? stdout : stderr);
-        return error.empty() ? 0 : 2;
+        const std::string_view usage(kUsage);
+        std::fprintf(stderr, "wrenlink-agent: %s\n%s", error.c_str(),
+                     std::string(usage.substr(0, usage.find('\n') + 1)).c_str());
+        return 2;
     }
 
     sigset_t stop_signals;

@@ -17,7 +17,10 @@ const char kUsage[] =
     "  --scan-delay-us N  pause N microseconds after each found item of a scan (default 0)\n"
     "\n"
     "The first line on standard output is \"listening on ADDRESS:PORT\". Scans stream their events\n"
-    "on 127.0.0.1:10244. SIGINT or SIGTERM stops the agent.\n";
+    "on 127.0.0.1:10244. SIGINT or SIGTERM stops the agent.\n"
+    "\n"
+    "Exit status: 0 after a stop signal; 1 when ROOT or the port cannot be used; 2 for a bad\n"
+    "command line.\n";
 
 namespace {
 
@@ -38,41 +41,37 @@ bool is_loopback(const std::string &address) {
 std::optional<AgentOptions> parse_options(const std::vector<std::string> &args, std::string &error) {
     AgentOptions o;
     error.clear();
+    const auto refuse = [&](std::string why) {
+        error = std::move(why);
+        return std::nullopt;
+    };
     for (std::size_t i = 0; i < args.size(); ++i) {
         const std::string &a = args[i];
-        const bool has_value = i + 1 < args.size();
-        if (a == "--help" || a == "-h") return std::nullopt;
+        if (a == "--help" || a == "-h") return refuse("");
+        const bool takes_value = a == "--address" || a == "--port" || a == "--scan-delay-us";
+        if (takes_value && i + 1 == args.size()) return refuse(a + " needs a value");
+        const std::string value = takes_value ? args[++i] : std::string();
         if (a == "--verbose" || a == "-v") {
             o.verbose = true;
-        } else if (a == "--address" && has_value) {
-            o.address = args[++i];
-            if (!is_loopback(o.address)) {
-                error = "--address must be a loopback address (127.x.y.z): " + o.address;
-                return std::nullopt;
-            }
-        } else if (a == "--port" && has_value) {
-            if (!parse_number(args[++i], o.port)) {
-                error = "--port needs a number from 0 to 65535";
-                return std::nullopt;
-            }
-        } else if (a == "--scan-delay-us" && has_value) {
+        } else if (a == "--address") {
+            if (!is_loopback(value)) return refuse("--address takes a loopback address (127.x.y.z), not '" + value + "'");
+            o.address = value;
+        } else if (a == "--port") {
+            if (!parse_number(value, o.port)) return refuse("--port takes a number from 0 to 65535, not '" + value + "'");
+        } else if (a == "--scan-delay-us") {
             unsigned long us = 0;
-            if (!parse_number(args[++i], us) || us > 10'000'000) {
-                error = "--scan-delay-us needs a number from 0 to 10000000";
-                return std::nullopt;
-            }
+            if (!parse_number(value, us) || us > 10'000'000)
+                return refuse("--scan-delay-us takes a number from 0 to 10000000, not '" + value + "'");
             o.scan.item_delay = std::chrono::microseconds(us);
-        } else if (!a.empty() && a[0] != '-' && o.root.empty()) {
+        } else if (a.starts_with('-')) {
+            return refuse("unknown option: " + a);
+        } else if (o.root.empty()) {
             o.root = a;
         } else {
-            error = "unexpected argument: " + a;
-            return std::nullopt;
+            return refuse("unexpected argument: " + a);
         }
     }
-    if (o.root.empty()) {
-        error = "the directory to serve is missing";
-        return std::nullopt;
-    }
+    if (o.root.empty()) return refuse("the directory to serve (ROOT) is missing");
     return o;
 }
 

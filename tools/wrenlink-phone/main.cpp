@@ -1,10 +1,5 @@
-// wrenlink-phone: simulated Android phones that a real adb server connects to over TCP.
-//
-//   wrenlink-phone [-v|-vv] --phone port=N,profile=FILE,sandbox=DIR [--phone ...]
-//
-// Each phone listens on 127.0.0.1:N (0 picks a free port) and prints "ready 127.0.0.1:PORT" on
-// standard output once it is listening; `adb connect 127.0.0.1:PORT` then attaches it. SIGINT or
-// SIGTERM ends every phone. Run under one of the phone's command names (getprop, pm, ls, ...) the
+// wrenlink-phone: simulated Android phones that a real adb server connects to over TCP (kUsage
+// below says how to run it). Run under one of the phone's command names (getprop, pm, ls, ...) the
 // program is that command instead; the phones link those names into their sandboxes.
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -38,6 +33,20 @@
 namespace phone {
 namespace {
 
+const char kUsage[] =
+    "usage: wrenlink-phone [-v|-vv] --phone port=N,profile=FILE,sandbox=DIR [--phone ...]\n"
+    "\n"
+    "Simulated phones for a real adb server. Each --phone listens on 127.0.0.1:N (0 picks a free\n"
+    "port), answers as the profile FILE says, keeps its storage in DIR (made if needed), and prints\n"
+    "\"ready 127.0.0.1:PORT\" on standard output once it listens; `adb connect 127.0.0.1:PORT`\n"
+    "attaches it. SIGINT or SIGTERM ends every phone.\n"
+    "\n"
+    "  -v, -vv   log connections and services (-vv: every transport message) on standard error\n"
+    "\n"
+    "Exit status: 0 after a stop signal; 1 when a profile, a sandbox or a port cannot be used\n"
+    "(a profile line that is not key=value, or a setting it does not know, included); 2 for a\n"
+    "bad command line.\n";
+
 struct PhoneConfig {
     unsigned port = 0;
     std::string profile;
@@ -63,15 +72,14 @@ void on_stop_signal(int) {
     [[maybe_unused]] const ssize_t ignored = ::write(g_stop_pipe[1], &byte, 1);
 }
 
-[[noreturn]] void usage(const char *why) {
-    std::fprintf(stderr,
-                 "wrenlink-phone: %s\n"
-                 "usage: wrenlink-phone [-v|-vv] --phone port=N,profile=FILE,sandbox=DIR [--phone ...]\n",
-                 why);
+[[noreturn]] void usage_error(const std::string &why) {
+    std::fprintf(stderr, "wrenlink-phone: %s\n%.*s", why.c_str(),
+                 static_cast<int>(std::strchr(kUsage, '\n') - kUsage + 1), kUsage);
     std::exit(2);
 }
 
 PhoneConfig parse_phone_config(std::string_view text) {
+    const std::string given(text);
     PhoneConfig config;
     bool have_port = false;
     while (!text.empty()) {
@@ -79,25 +87,41 @@ PhoneConfig parse_phone_config(std::string_view text) {
         const std::string_view item = text.substr(0, comma);
         text = comma == std::string_view::npos ? std::string_view{} : text.substr(comma + 1);
         const auto eq = item.find('=');
-        if (eq == std::string_view::npos) usage("a phone is port=N,profile=FILE,sandbox=DIR");
         const std::string_view key = item.substr(0, eq);
-        const std::string value(item.substr(eq + 1));
-        if (key == "port") {
+        const std::string value(eq == std::string_view::npos ? std::string_view{} : item.substr(eq + 1));
+        if (key == "port" && eq != std::string_view::npos) {
             char *end = nullptr;
             const unsigned long port = std::strtoul(value.c_str(), &end, 10);
-            if (value.empty() || *end != '\0' || port > 65535) usage("the port must be a number from 0 to 65535");
+            if (value.empty() || *end != '\0' || port > 65535)
+                usage_error("--phone " + given + ": port takes a number from 0 to 65535, not '" + value + "'");
             config.port = static_cast<unsigned>(port);
             have_port = true;
-        } else if (key == "profile") {
+        } else if (key == "profile" && eq != std::string_view::npos) {
             config.profile = value;
-        } else if (key == "sandbox") {
+        } else if (key == "sandbox" && eq != std::string_view::npos) {
             config.sandbox = value;
         } else {
-            usage("unknown phone setting");
+            usage_error("--phone " + given + ": '" + std::string(item) + "' is not port=N, profile=FILE or sandbox=DIR");
         }
     }
-    if (!have_port || config.profile.empty() || config.sandbox.empty()) usage("a phone needs port, profile and sandbox");
+    if (!have_port || config.profile.empty() || config.sandbox.empty())
+        usage_error("--phone " + given + ": a phone needs port=N,profile=FILE,sandbox=DIR");
     return config;
+}
+
+// Every profile is read and checked before any phone starts.
+std::vector<Profile> load_profiles(const std::vector<PhoneConfig> &configs) {
+    std::vector<Profile> profiles;
+    for (const auto &config : configs) {
+        std::string error;
+        auto profile = Profile::load(config.profile, error);
+        if (!profile) {
+            std::fprintf(stderr, "wrenlink-phone: %s\n", error.c_str());
+            std::exit(1);
+        }
+        profiles.push_back(std::move(*profile));
+    }
+    return profiles;
 }
 
 std::string absolute_path(const std::string &path) {
@@ -126,16 +150,11 @@ wrenlink::UniqueFd listen_on_loopback(unsigned port, unsigned &bound_port) {
     return fd;
 }
 
-ListeningPhone start_phone(const PhoneConfig &config, const std::string &executable) {
+ListeningPhone start_phone(const PhoneConfig &config, const Profile &profile, const std::string &executable) {
+    const std::string profile_path = absolute_path(config.profile);
     ::mkdir(config.sandbox.c_str(), 0755);
     const std::string sandbox = absolute_path(config.sandbox);
-    const std::string profile_path = absolute_path(config.profile);
     std::string error;
-    auto profile = Profile::load(profile_path, error);
-    if (!profile) {
-        std::fprintf(stderr, "wrenlink-phone: %s\n", error.c_str());
-        std::exit(1);
-    }
     ListeningPhone phone;
     phone.listener = listen_on_loopback(config.port, phone.port);
     if (!phone.listener) {
@@ -143,7 +162,7 @@ ListeningPhone start_phone(const PhoneConfig &config, const std::string &executa
         std::exit(1);
     }
     phone.context = std::make_unique<PhoneContext>(PhoneContext{"127.0.0.1:" + std::to_string(phone.port), profile_path,
-                                                                *profile, Sandbox(sandbox, *profile), executable});
+                                                                profile, Sandbox(sandbox, profile), executable});
     if (!prepare_sandbox(*phone.context, error)) {
         std::fprintf(stderr, "wrenlink-phone: cannot prepare %s: %s\n", sandbox.c_str(), error.c_str());
         std::exit(1);
@@ -183,7 +202,8 @@ void accept_connection(ListeningPhone &phone, std::list<Connection> &connections
     connections.push_back({std::move(transport), std::move(thread), std::move(done)});
 }
 
-int serve_phones(std::vector<PhoneConfig> configs) {
+int serve_phones(const std::vector<PhoneConfig> &configs) {
+    const std::vector<Profile> profiles = load_profiles(configs);
     const std::string executable = wrenlink::platform::executable_path();
     if (executable.empty()) {
         std::fprintf(stderr, "wrenlink-phone: cannot find my own executable\n");
@@ -197,7 +217,7 @@ int serve_phones(std::vector<PhoneConfig> configs) {
     ::signal(SIGPIPE, SIG_IGN);
 
     std::vector<ListeningPhone> phones;
-    for (const auto &config : configs) phones.push_back(start_phone(config, executable));
+    for (std::size_t i = 0; i < configs.size(); ++i) phones.push_back(start_phone(configs[i], profiles[i], executable));
     for (const auto &p : phones) std::printf("ready 127.0.0.1:%u\n", p.port);
     std::fflush(stdout);
 
@@ -228,17 +248,21 @@ int main(int argc, char **argv) {
 
     std::vector<phone::PhoneConfig> configs;
     for (int i = 1; i < argc; ++i) {
-        const std::string_view arg = argv[i];
-        if (arg == "-v") {
+        const std::string arg = argv[i];
+        if (arg == "--help" || arg == "-h") {
+            std::fputs(phone::kUsage, stdout);
+            return 0;
+        } else if (arg == "-v") {
             phone::set_verbosity(1);
         } else if (arg == "-vv") {
             phone::set_verbosity(2);
-        } else if (arg == "--phone" && i + 1 < argc) {
+        } else if (arg == "--phone") {
+            if (i + 1 == argc) phone::usage_error("--phone needs a value");
             configs.push_back(phone::parse_phone_config(argv[++i]));
         } else {
-            phone::usage("unknown argument");
+            phone::usage_error("unknown argument: " + arg);
         }
     }
-    if (configs.empty()) phone::usage("no phone given");
-    return phone::serve_phones(std::move(configs));
+    if (configs.empty()) phone::usage_error("no phone given (--phone)");
+    return phone::serve_phones(configs);
 }

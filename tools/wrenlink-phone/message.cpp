@@ -15,16 +15,14 @@ uint32_t payload_sum(std::string_view payload) noexcept {
     return sum;
 }
 
-std::string encode(const Message &m) {
-    std::string out(kHeaderSize, '\0');
-    store_u32(&out[0], m.command);
-    store_u32(&out[4], m.arg0);
-    store_u32(&out[8], m.arg1);
-    store_u32(&out[12], static_cast<uint32_t>(m.payload.size()));
-    store_u32(&out[16], payload_sum(m.payload));
-    store_u32(&out[20], m.command ^ 0xFFFFFFFFu);
-    out += m.payload;
-    return out;
+void encode_header(unsigned char (&out)[kHeaderSize], uint32_t command, uint32_t arg0, uint32_t arg1,
+                   std::string_view payload, bool with_sum) noexcept {
+    store_u32(out + 0, command);
+    store_u32(out + 4, arg0);
+    store_u32(out + 8, arg1);
+    store_u32(out + 12, static_cast<uint32_t>(payload.size()));
+    store_u32(out + 16, with_sum ? payload_sum(payload) : 0);
+    store_u32(out + 20, command ^ 0xFFFFFFFFu);
 }
 
 std::optional<Header> decode_header(const unsigned char (&bytes)[kHeaderSize]) noexcept {

@@ -3,7 +3,9 @@
 // The file is text, one "key=value" per line; blank lines and lines that begin with '#' are skipped,
 // blanks around key and value are dropped. Keys that begin with "phone." describe the phone rather
 // than name a property, and may repeat (packages, storage); every other key is a property. See
-// README.md for the keys.
+// README.md for the keys. A line that is not "key=value", an unknown "phone." key or a value that
+// its key does not take is refused, so that a typing error shows at start rather than as a phone
+// that quietly behaves otherwise.
 #pragma once
 
 #include <map>
@@ -16,8 +18,10 @@ namespace phone {
 
 class Profile {
 public:
-    static Profile parse(std::string_view text);
-    // nullopt with a reason when the file cannot be read.
+    // nullopt with "line N: <reason>" for the first line refused.
+    static std::optional<Profile> parse(std::string_view text, std::string &error);
+    // nullopt with "<path>: <reason>" or "<path>:<line>: <reason>" when the file cannot be read or
+    // holds a line that is refused.
     static std::optional<Profile> load(const std::string &path, std::string &error);
 
     // The property's value, or the fallback when the profile does not set it.

@@ -78,8 +78,10 @@ void run_tcp_forward(Stream &stream, std::string_view target, const PhoneContext
         }
     });
 
-    // Port to host, until either side ends.
-    std::string buffer(64 * 1024, '\0');
+    // Port to host, until either side ends. Each read takes as much as one message may carry, as a
+    // phone's daemon does: every message waits for the server's OKAY before the next, so smaller
+    // pieces cost a round trip each.
+    std::string buffer(stream.max_write(), '\0');
     pollfd fds[2] = {{socket.get(), POLLIN, 0}, {stream.closed_signal(), POLLIN, 0}};
     for (;;) {
         if (::poll(fds, 2, -1) < 0) {

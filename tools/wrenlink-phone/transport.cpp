@@ -1,6 +1,7 @@
 #include "transport.h"
 
 #include <sys/socket.h>
+#include <sys/uio.h>
 
 #include <cerrno>
 #include <utility>
@@ -30,6 +31,19 @@ bool read_exactly(int fd, void *to, std::size_t size) {
     }
     return true;
 }
+
+// Moves a gathered send on past the `sent` bytes that went out.
+void skip_sent(msghdr &message, std::size_t sent) noexcept {
+    while (message.msg_iovlen > 0 && sent >= message.msg_iov->iov_len) {
+        sent -= message.msg_iov->iov_len;
+        ++message.msg_iov;
+        --message.msg_iovlen;
+    }
+    if (message.msg_iovlen > 0) {
+        message.msg_iov->iov_base = static_cast<char *>(message.msg_iov->iov_base) + sent;
+        message.msg_iov->iov_len -= sent;
+    }
+}
 }  // namespace
 
 // ---- Stream ----------------------------------------------------------------------------------
@@ -49,7 +63,7 @@ void Stream::signal_closed() noexcept {
     [[maybe_unused]] const ssize_t ignored = ::write(closed_write_.get(), &byte, 1);
 }
 
-void Stream::accept() { transport_.send({kOkay, local_, remote_, {}}); }
+void Stream::accept() { transport_.send(kOkay, local_, remote_); }
 
 void Stream::refuse() {
     {
@@ -57,12 +71,12 @@ void Stream::refuse() {
         closed_ = true;
     }
     signal_closed();
-    transport_.send({kClose, 0, remote_, {}});
+    transport_.send(kClose, 0, remote_);
     transport_.forget(local_);
 }
 
 bool Stream::write(std::string_view data) {
-    const std::size_t piece = transport_.max_payload();
+    const std::size_t piece = max_write();
     while (!data.empty()) {
         {
             std::unique_lock lock(mutex_);
@@ -71,11 +85,13 @@ bool Stream::write(std::string_view data) {
             awaiting_okay_ = true;
         }
         const std::string_view chunk = data.substr(0, piece);
-        if (!transport_.send({kWrite, local_, remote_, std::string(chunk)})) return false;
+        if (!transport_.send(kWrite, local_, remote_, chunk)) return false;
         data.remove_prefix(chunk.size());
     }
     return true;
 }
+
+std::size_t Stream::max_write() const noexcept { return transport_.max_payload(); }
 
 std::optional<std::string> Stream::read() {
     std::string chunk;
@@ -87,7 +103,7 @@ std::optional<std::string> Stream::read() {
         inbox_.pop_front();
         if (peer_closed_ || closed_) return chunk;
     }
-    transport_.send({kOkay, local_, remote_, {}});
+    transport_.send(kOkay, local_, remote_);
     return chunk;
 }
 
@@ -101,7 +117,7 @@ void Stream::close() {
         if (tell_server) signal_closed();
     }
     changed_.notify_all();
-    if (tell_server) transport_.send({kClose, local_, remote_, {}});
+    if (tell_server) transport_.send(kClose, local_, remote_);
     transport_.forget(local_);
 }
 
@@ -152,22 +168,22 @@ Transport::~Transport() { close_everything(); }
 
 void Transport::stop() noexcept { ::shutdown(socket_.get(), SHUT_RDWR); }
 
-bool Transport::send(const Message &m) {
-    const std::string bytes = encode(m);
+bool Transport::send(uint32_t command, uint32_t arg0, uint32_t arg1, std::string_view payload) {
+    unsigned char header[kHeaderSize];
+    encode_header(header, command, arg0, arg1, payload, peer_version_ < kVersion);
     if (verbosity() >= 2)
-        log(2, "%s send %s %u %u (%zu bytes)", phone_.name.c_str(), command_name(m.command).c_str(), m.arg0, m.arg1,
-            m.payload.size());
+        log(2, "%s send %s %u %u (%zu bytes)", phone_.name.c_str(), command_name(command).c_str(), arg0, arg1,
+            payload.size());
+    iovec parts[2] = {{header, sizeof header}, {const_cast<char *>(payload.data()), payload.size()}};
+    msghdr message{};
+    message.msg_iov = parts;
+    message.msg_iovlen = payload.empty() ? 1 : 2;
     std::lock_guard lock(send_mutex_);
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = ::send(socket_.get(), bytes.data() + done, bytes.size() - done, wrenlink::platform::send_flags());
-        if (n > 0) {
-            done += static_cast<std::size_t>(n);
-        } else if (n < 0 && errno == EINTR) {
-            continue;
-        } else {
-            return false;
-        }
+    while (message.msg_iovlen > 0) {
+        const ssize_t n = ::sendmsg(socket_.get(), &message, wrenlink::platform::send_flags());
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        skip_sent(message, static_cast<std::size_t>(n));
     }
     return true;
 }
@@ -242,7 +258,7 @@ void Transport::reply_connect(const Message &m) {
     max_payload_ = peer_max < kOwnMaxPayload ? peer_max : kOwnMaxPayload;
     connected_ = true;
     log(1, "%s: server connected (version 0x%08x, max payload %u)", phone_.name.c_str(), m.arg0, m.arg1);
-    send({kConnect, kVersion, kOwnMaxPayload, phone_.banner()});
+    send(kConnect, kVersion, kOwnMaxPayload, phone_.banner());
 }
 
 void Transport::open_stream(uint32_t remote_id, std::string service) {

@@ -40,6 +40,8 @@ public:
     // Sends data in pieces the server accepts, each after the OKAY of the one before. False once
     // the stream is closed by either side.
     bool write(std::string_view data);
+    // The most that one message of write() carries, as agreed with the server.
+    std::size_t max_write() const noexcept;
     // The next chunk the server wrote, acknowledged as it is taken; nullopt once the stream is
     // closed and nothing is left.
     std::optional<std::string> read();
@@ -83,7 +85,8 @@ public:
     void serve();
     void stop() noexcept;
 
-    bool send(const Message &m);
+    // One message: its header and the payload where it lies, in one gathered send.
+    bool send(uint32_t command, uint32_t arg0, uint32_t arg1, std::string_view payload = {});
     uint32_t max_payload() const noexcept { return max_payload_; }
     const PhoneContext &phone() const noexcept { return phone_; }
     void forget(uint32_t local_id);
@@ -110,7 +113,7 @@ private:
     std::vector<Worker> workers_;
     uint32_t next_local_id_ = 1;
     bool connected_ = false;
-    uint32_t peer_version_ = kVersionChecksummed;
+    std::atomic<uint32_t> peer_version_{kVersionChecksummed};
     std::atomic<uint32_t> max_payload_{kOwnMaxPayload};
 };
 

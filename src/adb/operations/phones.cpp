@@ -124,7 +124,8 @@ int32_t refresh_phone(PhoneInfo *phone) {
     return 0;
 }
 
-// Both pointers null is the documented refusal; one of them null runs nothing either.
+// One null pointer is refused like two: with no serial there is no phone to ask, with no field
+// nowhere to put the answer.
 int32_t soft_version(const char *serial, char *field) {
     return serial != nullptr && field != nullptr ? read_soft_version(serial, field) : -1;
 }

@@ -1,7 +1,8 @@
 // Remote files and paths: a file on the phone opened by path, read and written at a position the
 // handle keeps, moved, asked for its position and closed; and paths deleted, made and tested.
-// Each operation is one exchange under the connection's lock (file_exchange.h), the seek two. A
-// null pointer where a handle, text or out-parameter is needed gives EINVAL with nothing sent.
+// Each operation is one exchange under the connection's lock (file_exchange.h), the seek two. Null
+// pointers are refused (EINVAL) before the gate and before a request is formed: a call that cannot
+// be completed puts nothing on the stream, which stays in step.
 #pragma once
 
 #include <cstdint>
