@@ -14,7 +14,10 @@ using namespace wrenlink;
 extern "C" {
 
 int32_t AdbCommand(const char *commandLine, char *output, int32_t outputSize, bool isWaitExit) {
-    return guarded<int32_t>(0, [&] { return AdbCommandOC(commandLine, output, outputSize, isWaitExit); });
+    return guarded<int32_t>(0, [&] {
+        adb::run_tool_into(commandLine, output, outputSize, isWaitExit);
+        return 0;
+    });
 }
 
 int32_t AdbShellCommand(const char *serial, const char *shellCommand, char *output, bool isWaitExit) {

@@ -136,8 +136,8 @@ protected:
     void SetUp() override {
         for (int f = 0; f < 200; ++f) tree.write("DCIM/f" + std::to_string(1000 + f) + ".jpg", "x");
     }
-    agent::ScanOptions paced() {
-        agent::ScanOptions o;
+    reference_agent::ScanOptions paced() {
+        reference_agent::ScanOptions o;
         o.item_delay = std::chrono::milliseconds(2);
         return o;
     }
@@ -183,7 +183,7 @@ TEST_F(PacedScan, AStopEndsTheScanWithEcanceledAlsoWhilePaused) {
 }
 
 TEST_F(PacedScan, AStartThatNobodyFollowsIsDroppedAndTheNextStartWorks) {
-    agent::ScanOptions o = paced();
+    reference_agent::ScanOptions o = paced();
     o.connect_wait = std::chrono::milliseconds(200);
     InProcessAgent agent(tree.root(), o);
     control = agent.connect();

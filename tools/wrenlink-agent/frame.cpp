@@ -10,7 +10,7 @@
 #include "base/crc.h"
 #include "base/platform.h"
 
-namespace wrenlink::agent {
+namespace wrenlink::reference_agent {
 
 UniqueFd listen_tcp(const std::string &address, uint16_t port, int backlog, int &error) {
     sockaddr_in at{};
@@ -123,4 +123,4 @@ std::string found_item_event(std::string_view text) {
     return packet(wire::op::kEventFoundItem, 0, payload);
 }
 
-}  // namespace wrenlink::agent
+}  // namespace wrenlink::reference_agent

@@ -26,7 +26,7 @@
 #include "sandbox.h"
 #include "tree.h"
 
-namespace wrenlink::agent {
+namespace wrenlink::reference_agent {
 
 struct ScanOptions {
     std::string event_address = "127.0.0.1";
@@ -85,4 +85,4 @@ private:
     std::thread thread_;
 };
 
-}  // namespace wrenlink::agent
+}  // namespace wrenlink::reference_agent

@@ -16,7 +16,7 @@
 #include "scanner.h"
 #include "session.h"
 
-namespace wrenlink::agent {
+namespace wrenlink::reference_agent {
 
 struct AgentOptions {
     std::string root;
@@ -62,4 +62,4 @@ private:
     int next_number_ = 1;
 };
 
-}  // namespace wrenlink::agent
+}  // namespace wrenlink::reference_agent

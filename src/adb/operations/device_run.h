@@ -42,7 +42,7 @@ using ToolOutput = ToolOutputOf<static_cast<std::size_t>(kOutputSize)>;
 // One run of the tool, waited for, into the whole of `out`.
 template <std::size_t N>
 std::string_view tool_text(const Line &line, ToolOutputOf<N> &out) {
-    if (line) AdbCommandOC(line->c_str(), out.bytes, static_cast<int32_t>(N), true);
+    if (line) run_tool_into(line->c_str(), out.bytes, static_cast<int32_t>(N), true);
     return out.text();
 }
 

@@ -133,19 +133,17 @@ bool run_shell_command(const char *serial, const char *command, char *output, bo
     const auto line = tool_line(serial, "shell %s", command);
     if (!line) return false;
     char text[kOutputSize] = {};
-    AdbCommandOC(line->c_str(), text, kOutputSize, isWaitExit);
+    run_tool_into(line->c_str(), text, kOutputSize, isWaitExit);
     if (text[0] != '\0') std::memcpy(output, text, std::strlen(text) + 1);
     return true;
 }
 
-}  // namespace wrenlink::adb
-
-int32_t AdbCommandOC(const char *commandLine, char *output, int32_t outputSize, bool isWaitExit) {
+void run_tool_into(const char *commandLine, char *output, int32_t outputSize, bool isWaitExit) {
     // The copy takes at most outputSize - 1 bytes, and whether there were more: outputSize bytes
     // of the text decide everything it writes.
     const std::size_t keep = output != nullptr && outputSize > 0 ? static_cast<std::size_t>(outputSize) : 0;
-    const std::string text =
-        commandLine != nullptr ? wrenlink::adb::run_tool(commandLine, isWaitExit, keep) : std::string();
-    wrenlink::adb::copy_tool_text(text, output, outputSize);  // outside the lock
-    return 0;
+    const std::string text = commandLine != nullptr ? run_tool(commandLine, isWaitExit, keep) : std::string();
+    copy_tool_text(text, output, outputSize);  // outside the lock
 }
+
+}  // namespace wrenlink::adb

@@ -24,8 +24,8 @@ void copy_tool_text(std::string_view text, char *output, int32_t size);
 // fit the command buffer.
 bool run_shell_command(const char *serial, const char *command, char *output, bool isWaitExit);
 
-}  // namespace wrenlink::adb
-
 // One run into a caller's buffer: run_tool, then, outside the lock, the copy rule. A null line runs
-// nothing and reads as a run without output. Always 0.
-int32_t AdbCommandOC(const char *commandLine, char *output, int32_t outputSize, bool isWaitExit);
+// nothing and reads as a run without output.
+void run_tool_into(const char *commandLine, char *output, int32_t outputSize, bool isWaitExit);
+
+}  // namespace wrenlink::adb
