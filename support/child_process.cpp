@@ -1,43 +1,52 @@
-#include "child_process.h"
+#include "support/child_process.h"
 
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#if defined(__linux__)
+#include <sys/prctl.h>
+#endif
 
 #include <cerrno>
+#include <thread>
 #include <utility>
 
-extern char **environ;
+#include "base/platform.h"
 
-namespace wrenlink::bench {
+namespace wrenlink::support {
 
-bool cloexec_pipe(int (&fds)[2]) {
+namespace {
+
+// In the child, between fork and exec: only async-signal-safe calls.
+[[noreturn]] void become(char *const argv[], int output, const char *stderrPath, bool endWithParent) {
 #if defined(__linux__)
-    return ::pipe2(fds, O_CLOEXEC) == 0;
+    if (endWithParent) ::prctl(PR_SET_PDEATHSIG, SIGTERM);
 #else
-    if (::pipe(fds) != 0) return false;
-    ::fcntl(fds[0], F_SETFD, FD_CLOEXEC);
-    ::fcntl(fds[1], F_SETFD, FD_CLOEXEC);
-    return true;
+    (void)endWithParent;
 #endif
+    ::dup2(output, STDOUT_FILENO);
+    if (stderrPath != nullptr) {
+        const int err = ::open(stderrPath, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        if (err >= 0) ::dup2(err, STDERR_FILENO);
+    }
+    ::execv(argv[0], argv);
+    ::_exit(127);
 }
 
-ChildProcess::ChildProcess(const std::vector<std::string> &argv) {
+}  // namespace
+
+ChildProcess::ChildProcess(const std::vector<std::string> &argv, const Options &options) {
     int out[2];
-    if (!cloexec_pipe(out)) return;
+    if (argv.empty() || !platform::cloexec_pipe(out)) return;
     UniqueFd readEnd(out[0]), writeEnd(out[1]);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, writeEnd.get(), STDOUT_FILENO);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    std::vector<char *> args;
+    std::vector<char *> args;  // made before the fork
     for (const auto &arg : argv) args.push_back(const_cast<char *>(arg.c_str()));
     args.push_back(nullptr);
-    if (::posix_spawn(&pid_, args[0], &actions, nullptr, args.data(), environ) != 0) pid_ = -1;
-    posix_spawn_file_actions_destroy(&actions);
+    const char *stderrPath = options.stderrPath.empty() ? nullptr : options.stderrPath.c_str();
+    pid_ = ::fork();
+    if (pid_ == 0) become(args.data(), writeEnd.get(), stderrPath, options.endWithParent);
     if (pid_ > 0) output_ = std::move(readEnd);
 }
 
@@ -75,14 +84,24 @@ std::string ChildProcess::read_line(std::chrono::milliseconds deadline) {
     return line;
 }
 
-void ChildProcess::stop() {
+int ChildProcess::stop(int signal, std::chrono::milliseconds grace) {
     output_.reset();
-    if (pid_ <= 0) return;
-    ::kill(pid_, SIGTERM);
+    if (pid_ <= 0) return -1;
+    ::kill(pid_, signal);
     int status = 0;
-    while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+    const auto deadline = std::chrono::steady_clock::now() + grace;
+    pid_t done = 0;
+    while ((done = ::waitpid(pid_, &status, WNOHANG)) == 0 && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    if (done == 0) {
+        ::kill(pid_, SIGKILL);
+        while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+        }
     }
     pid_ = -1;
+    return done > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-}  // namespace wrenlink::bench
+void ChildProcess::stop() { stop(SIGTERM); }
+
+}  // namespace wrenlink::support

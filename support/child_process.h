@@ -1,7 +1,7 @@
-// A program that the bench starts for the length of a run (an agent, simulated phones): its
-// standard output comes back on a pipe, line by line, its standard error goes to /dev/null, and it
-// gets SIGTERM and is waited for when the object goes. scripts/bench.sh runs the bench in a PID
-// namespace of its own, so that nothing started here outlives an interrupted run.
+// A helper program that a test or a benchmark starts for a while (an agent, simulated phones): its
+// standard output comes back on a pipe, line by line; its standard error goes where the caller says
+// (by default /dev/null); it is stopped with a signal and waited for, at the latest when the object
+// goes. Every such program of the tests and the benchmarks is started here.
 #pragma once
 
 #include <sys/types.h>
@@ -12,16 +12,19 @@
 
 #include "base/unique_fd.h"
 
-namespace wrenlink::bench {
-
-// A pipe whose ends a child inherits only where it is given one of them. False on failure.
-bool cloexec_pipe(int (&fds)[2]);
+namespace wrenlink::support {
 
 class ChildProcess {
 public:
+    struct Options {
+        std::string stderrPath = "/dev/null";  // truncated and written; empty: the caller's stderr
+        bool endWithParent = false;            // Linux: SIGTERM when the starting thread's process dies
+    };
+
     ChildProcess() = default;
     // argv[0] is the program's path. started() tells whether it could be started.
-    explicit ChildProcess(const std::vector<std::string> &argv);
+    explicit ChildProcess(const std::vector<std::string> &argv) : ChildProcess(argv, Options{}) {}
+    ChildProcess(const std::vector<std::string> &argv, const Options &options);
     ChildProcess(ChildProcess &&other) noexcept;
     ChildProcess &operator=(ChildProcess &&other) noexcept;
     ~ChildProcess();
@@ -31,6 +34,9 @@ public:
     // The next line it printed, without its line end; empty when none came within `deadline` or
     // the program closed its output.
     std::string read_line(std::chrono::milliseconds deadline = std::chrono::seconds(20));
+    // Sends `signal` and waits for the end, at most `grace` (then the program is killed): its exit
+    // status, or -1 when it died by a signal, had to be killed or was not running.
+    int stop(int signal, std::chrono::milliseconds grace = std::chrono::seconds(10));
     void stop();
 
 private:
@@ -39,4 +45,4 @@ private:
     std::string pending_;  // read but not yet handed out
 };
 
-}  // namespace wrenlink::bench
+}  // namespace wrenlink::support

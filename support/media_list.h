@@ -1,10 +1,11 @@
-// Frees a media list handed over by the library, record by record, with the given release
-// function (the library's WrenlinkFree, or free for the raw parser's records).
+// Frees a media list handed over by the library, record by record and each of its three texts,
+// with the given release function (the library's WrenlinkFree, or free for records that a raw
+// parser made with malloc). For the tests, the fuzzers and the benchmarks alike.
 #pragma once
 
 #include "Wrenlink/Wrenlink.h"
 
-namespace wrenlink::bench {
+namespace wrenlink::support {
 
 inline void free_media_list(__MediaBean *record, void (*release)(void *) = WrenlinkFree) {
     while (record != nullptr) {
@@ -17,4 +18,4 @@ inline void free_media_list(__MediaBean *record, void (*release)(void *) = Wrenl
     }
 }
 
-}  // namespace wrenlink::bench
+}  // namespace wrenlink::support

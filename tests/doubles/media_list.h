@@ -11,6 +11,7 @@
 
 #include "Wrenlink/Wrenlink.h"
 #include "base/wire.h"
+#include "support/media_list.h"
 
 namespace wrenlink::test {
 
@@ -77,15 +78,6 @@ inline std::vector<MediaItem> items_of(const __MediaBean *record) {
     return items;
 }
 
-inline void free_media_list(__MediaBean *record) {
-    while (record != nullptr) {
-        __MediaBean *next = record->next;
-        WrenlinkFree(record->text1);
-        WrenlinkFree(record->text2);
-        WrenlinkFree(record->text3);
-        WrenlinkFree(record);
-        record = next;
-    }
-}
+using support::free_media_list;
 
 }  // namespace wrenlink::test
