@@ -11,7 +11,7 @@ using namespace wrenlink::test;
 namespace {
 
 const auto item = media_item;
-const auto free_list = free_media_list;
+void free_list(__MediaBean *record) { free_media_list(record); }
 
 // The record is packed: its fields are read by value, never bound to a reference.
 template <class T>

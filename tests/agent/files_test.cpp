@@ -6,7 +6,7 @@
 
 #include <cerrno>
 
-#include "Wrenlink/packets.h"
+#include "agent/wire/packets.h"
 #include "doubles/scripted_agent.h"
 #include "harness.h"
 

@@ -11,8 +11,8 @@ namespace wrenlink::test {
 namespace fs = std::filesystem;
 
 namespace {
-agent::AgentOptions options_for(const fs::path &root, agent::ScanOptions scan) {
-    agent::AgentOptions o;
+reference_agent::AgentOptions options_for(const fs::path &root, reference_agent::ScanOptions scan) {
+    reference_agent::AgentOptions o;
     o.root = root.string();
     o.port = 0;
     o.scan = std::move(scan);
@@ -20,7 +20,7 @@ agent::AgentOptions options_for(const fs::path &root, agent::ScanOptions scan) {
 }
 }  // namespace
 
-InProcessAgent::InProcessAgent(const fs::path &root, agent::ScanOptions scan)
+InProcessAgent::InProcessAgent(const fs::path &root, reference_agent::ScanOptions scan)
     : agent_(options_for(root, std::move(scan))), thread_([this] { agent_.run(); }) {}
 
 InProcessAgent::~InProcessAgent() {

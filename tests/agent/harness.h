@@ -7,8 +7,8 @@
 #include <string>
 #include <thread>
 
-#include "Wrenlink/NetConnection.h"
-#include "Wrenlink/wire.h"
+#include "agent/link/connection.h"
+#include "base/wire.h"
 #include "doubles/temp_tree.h"
 #include "server.h"
 
@@ -16,14 +16,14 @@ namespace wrenlink::test {
 
 class InProcessAgent {
 public:
-    explicit InProcessAgent(const std::filesystem::path &root, agent::ScanOptions scan = {});
+    explicit InProcessAgent(const std::filesystem::path &root, reference_agent::ScanOptions scan = {});
     ~InProcessAgent();
     uint16_t port() const { return agent_.port(); }
     // A new control connection; fails the test when it cannot be opened.
     NetConnection *connect() const;
 
 private:
-    agent::Agent agent_;
+    reference_agent::Agent agent_;
     std::thread thread_;
 };
 

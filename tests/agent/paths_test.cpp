@@ -7,8 +7,8 @@
 #include <filesystem>
 #include <functional>
 
-#include "Wrenlink/crc.h"
-#include "Wrenlink/packets.h"
+#include "base/crc.h"
+#include "agent/wire/packets.h"
 #include "harness.h"
 #include "sandbox.h"
 
@@ -178,16 +178,16 @@ TEST_F(AgentPaths, LinksThatStayInsideTheRootAreFollowed) {
 
 TEST(PhonePaths, NormaliseDropsDotsAndEmptyPartsAndRefusesClimbingOut) {
     std::vector<std::string> parts;
-    ASSERT_TRUE(agent::normalise("//DCIM/./Camera//a.jpg/", parts));
+    ASSERT_TRUE(reference_agent::normalise("//DCIM/./Camera//a.jpg/", parts));
     EXPECT_EQ(parts, (std::vector<std::string>{"DCIM", "Camera", "a.jpg"}));
-    ASSERT_TRUE(agent::normalise("a/b/../../c", parts));
+    ASSERT_TRUE(reference_agent::normalise("a/b/../../c", parts));
     EXPECT_EQ(parts, (std::vector<std::string>{"c"}));
-    ASSERT_TRUE(agent::normalise("", parts));
+    ASSERT_TRUE(reference_agent::normalise("", parts));
     EXPECT_TRUE(parts.empty());
-    ASSERT_TRUE(agent::normalise("...", parts));  // a name, not a step up
+    ASSERT_TRUE(reference_agent::normalise("...", parts));  // a name, not a step up
     EXPECT_EQ(parts, (std::vector<std::string>{"..."}));
-    EXPECT_FALSE(agent::normalise("a/../..", parts));
-    EXPECT_FALSE(agent::normalise("/..", parts));
+    EXPECT_FALSE(reference_agent::normalise("a/../..", parts));
+    EXPECT_FALSE(reference_agent::normalise("/..", parts));
 }
 
 }  // namespace

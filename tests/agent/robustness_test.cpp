@@ -3,7 +3,7 @@
 
 #include <cerrno>
 
-#include "Wrenlink/packets.h"
+#include "agent/wire/packets.h"
 #include "doubles/scripted_agent.h"
 #include "harness.h"
 #include "options.h"
@@ -65,7 +65,7 @@ TEST_F(AgentRobustness, AnUnknownRequestIsAnsweredWithEnosysAndItsPayloadSkipped
 TEST_F(AgentRobustness, ScanControlWithoutAScanIsRefused) {
     EXPECT_EQ(roundtrip(witness, make_pause_scan_packet()).header.status, static_cast<uint32_t>(ESRCH));
     EXPECT_EQ(roundtrip(witness, make_resume_scan_packet()).header.status, static_cast<uint32_t>(ESRCH));
-    EXPECT_EQ(roundtrip(witness, make_start_stop_packet()).header.status, static_cast<uint32_t>(ESRCH));
+    EXPECT_EQ(roundtrip(witness, make_stop_scan_packet()).header.status, static_cast<uint32_t>(ESRCH));
     tree.write("gone.txt", "x");
     EXPECT_EQ(roundtrip(witness, make_erase_file_packet("/gone.txt")).header.status, 0u);
     EXPECT_FALSE(tree.exists("gone.txt"));
@@ -75,7 +75,7 @@ TEST_F(AgentRobustness, ScanControlWithoutAScanIsRefused) {
 
 TEST(AgentOptions, TheCommandLineTakesOnlyLoopbackAddressesAndNumbers) {
     std::string error;
-    auto o = agent::parse_options({"--port", "0", "--verbose", "--scan-delay-us", "250", "/srv/phone"}, error);
+    auto o = reference_agent::parse_options({"--port", "0", "--verbose", "--scan-delay-us", "250", "/srv/phone"}, error);
     ASSERT_TRUE(o) << error;
     EXPECT_EQ(o->root, "/srv/phone");
     EXPECT_EQ(o->port, 0);
@@ -83,13 +83,13 @@ TEST(AgentOptions, TheCommandLineTakesOnlyLoopbackAddressesAndNumbers) {
     EXPECT_EQ(o->scan.item_delay.count(), 250);
     EXPECT_EQ(o->address, "127.0.0.1");
 
-    EXPECT_TRUE(agent::parse_options({"--address", "127.0.0.2", "root"}, error));
-    EXPECT_FALSE(agent::parse_options({"--address", "0.0.0.0", "root"}, error));
+    EXPECT_TRUE(reference_agent::parse_options({"--address", "127.0.0.2", "root"}, error));
+    EXPECT_FALSE(reference_agent::parse_options({"--address", "0.0.0.0", "root"}, error));
     EXPECT_NE(error.find("loopback"), std::string::npos);
     for (const std::vector<std::string> &bad : std::vector<std::vector<std::string>>{
              {"--address", "10.0.0.1", "root"}, {"--port", "70000", "root"}, {"--port", "12x", "root"}, {"--port"}, {},
              {"a", "b"}, {"--help"}})
-        EXPECT_FALSE(agent::parse_options(bad, error)) << bad.size();
+        EXPECT_FALSE(reference_agent::parse_options(bad, error)) << bad.size();
     EXPECT_EQ(error, "");
 }
 

@@ -2,7 +2,7 @@
 // independent CRC and the sizes they declare.
 #include <gtest/gtest.h>
 
-#include "Wrenlink/wire.h"
+#include "base/wire.h"
 #include "media_files.h"
 
 namespace wrenlink::test {

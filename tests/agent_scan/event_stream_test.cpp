@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <set>
 
-#include "Wrenlink/packets.h"
+#include "agent/wire/packets.h"
 #include "agent/harness.h"
 
 namespace wrenlink::test {
@@ -136,8 +136,8 @@ protected:
     void SetUp() override {
         for (int f = 0; f < 200; ++f) tree.write("DCIM/f" + std::to_string(1000 + f) + ".jpg", "x");
     }
-    agent::ScanOptions paced() {
-        agent::ScanOptions o;
+    reference_agent::ScanOptions paced() {
+        reference_agent::ScanOptions o;
         o.item_delay = std::chrono::milliseconds(2);
         return o;
     }
@@ -174,7 +174,7 @@ TEST_F(PacedScan, AStopEndsTheScanWithEcanceledAlsoWhilePaused) {
     ASSERT_EQ(roundtrip(control, make_pause_scan_packet()).header.status, 0u);
     // Another control connection may steer the same scan.
     NetConnection *other = agent.connect();
-    ASSERT_EQ(roundtrip(other, make_start_stop_packet()).header.status, 0u);
+    ASSERT_EQ(roundtrip(other, make_stop_scan_packet()).header.status, 0u);
     NetConnectionClose(other);
     read_events(events, s);
     EXPECT_LT(s.items.size(), 200u);
@@ -183,7 +183,7 @@ TEST_F(PacedScan, AStopEndsTheScanWithEcanceledAlsoWhilePaused) {
 }
 
 TEST_F(PacedScan, AStartThatNobodyFollowsIsDroppedAndTheNextStartWorks) {
-    agent::ScanOptions o = paced();
+    reference_agent::ScanOptions o = paced();
     o.connect_wait = std::chrono::milliseconds(200);
     InProcessAgent agent(tree.root(), o);
     control = agent.connect();
@@ -198,7 +198,7 @@ TEST_F(PacedScan, AStartThatNobodyFollowsIsDroppedAndTheNextStartWorks) {
     }
     EXPECT_EQ(status, 0u);
     EXPECT_GT(refusals, 0);
-    EXPECT_EQ(roundtrip(control, make_start_stop_packet()).header.status, 0u);
+    EXPECT_EQ(roundtrip(control, make_stop_scan_packet()).header.status, 0u);
 }
 
 }  // namespace

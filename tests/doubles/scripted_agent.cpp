@@ -16,6 +16,8 @@
 #include <string_view>
 #include <variant>
 
+#include "base/io.h"
+
 namespace wrenlink::test {
 
 namespace {
@@ -33,35 +35,12 @@ uint32_t crc_of(const std::string &s) {
 bool read_exact(int fd, std::string &into, std::size_t n) {
     const std::size_t start = into.size();
     into.resize(start + n);
-    std::size_t got = 0;
-    while (got < n) {
-        const ssize_t r = ::recv(fd, into.data() + start + got, n - got, 0);
-        if (r > 0) {
-            got += static_cast<std::size_t>(r);
-        } else if (r < 0 && errno == EINTR) {
-            continue;
-        } else {
-            into.resize(start + got);
-            return false;
-        }
-    }
-    return true;
+    const io::Transfer t = io::receive_exact(fd, into.data() + start, n);
+    into.resize(start + t.done);
+    return t.whole();
 }
 
-bool send_all(int fd, std::string_view data) {
-    std::size_t sent = 0;
-    while (sent < data.size()) {
-        const ssize_t r = ::send(fd, data.data() + sent, data.size() - sent, MSG_NOSIGNAL);
-        if (r > 0) {
-            sent += static_cast<std::size_t>(r);
-        } else if (r < 0 && errno == EINTR) {
-            continue;
-        } else {
-            return false;
-        }
-    }
-    return true;
-}
+bool send_all(int fd, std::string_view data) { return io::send_all(fd, data.data(), data.size()).whole(); }
 
 }  // namespace
 

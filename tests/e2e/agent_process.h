@@ -2,13 +2,12 @@
 // directory with an ephemeral control port, stopped with a signal.
 #pragma once
 
-#include <sys/types.h>
-
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include "doubles/temp_tree.h"
+#include "support/child_process.h"
 
 namespace wrenlink::e2e {
 
@@ -28,9 +27,9 @@ public:
     std::string log() const;
 
 private:
-    pid_t pid_ = -1;
-    uint32_t port_ = 0;
     test::TempTree scratch_;
+    support::ChildProcess process_;
+    uint32_t port_ = 0;
 };
 
 }  // namespace wrenlink::e2e

@@ -7,8 +7,8 @@
 #include <optional>
 #include <string>
 
-#include "Wrenlink/fd.h"
-#include "Wrenlink/platform.h"
+#include "base/unique_fd.h"
+#include "base/platform.h"
 #include "harness.h"
 #include "realadb/loopback_server.h"
 

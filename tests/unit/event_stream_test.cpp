@@ -5,10 +5,10 @@
 
 #include <string>
 
-#include "Wrenlink/event_stream.h"
-#include "Wrenlink/fd.h"
+#include "agent/services/event_stream.h"
+#include "base/unique_fd.h"
 
-using wrenlink::EventStream;
+using wrenlink::agent::EventStream;
 using wrenlink::UniqueFd;
 
 namespace {

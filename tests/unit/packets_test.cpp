@@ -1,9 +1,9 @@
 // The packet frame: CRC worked values and every builder's bytes.
 #include <gtest/gtest.h>
 
-#include "Wrenlink/crc.h"
-#include "Wrenlink/packets.h"
-#include "Wrenlink/wire.h"
+#include "base/crc.h"
+#include "agent/wire/packets.h"
+#include "base/wire.h"
 #include "doubles/scripted_agent.h"
 
 using wrenlink::test::bytes;
@@ -70,7 +70,7 @@ TEST(Packets, EveryBuilderFramesItsOpcodeAndLength) {
         {"add video", make_add_video_packet("xy"), 108, 2, 22},
         {"del video", make_del_video_packet("xy"), 109, 2, 22},
         {"start scan", make_start_scan_packet("ignored"), 201, 0, 20},
-        {"stop scan", make_start_stop_packet(), 202, 0, 20},
+        {"stop scan", make_stop_scan_packet(), 202, 0, 20},
         {"resume scan", make_resume_scan_packet(), 203, 0, 20},
         {"pause scan", make_pause_scan_packet(), 204, 0, 20},
         {"erase", make_erase_file_packet("xy"), 208, 3, 23},
