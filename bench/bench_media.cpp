@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "Wrenlink/Wrenlink.h"
-#include "media_release.h"
+#include "support/media_list.h"
 #include "canned_agent.h"
 #include "contest.h"
 #include "ratio_report.h"
@@ -102,7 +102,7 @@ public:
         uint32_t count = 0;
         return NMCListImages(conn_, &head, &count) == 0 && count == CannedAgent::kMediaItems;
     }
-    void release(__MediaBean &head) const { free_media_list(head.next, library_ ? WrenlinkFree : std::free); }
+    void release(__MediaBean &head) const { support::free_media_list(head.next, library_ ? WrenlinkFree : std::free); }
 
 private:
     bool library_;

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "Wrenlink/Wrenlink.h"
-#include "media_release.h"
+#include "support/media_list.h"
 #include "ratio_report.h"
 #include "raw_link.h"
 #include "reference_agent.h"
@@ -53,7 +53,7 @@ int exchange_round(NetConnection *conn, std::vector<unsigned char> &buffer) {
     __MediaBean head{};
     uint32_t count = 0;
     ok = ok && NMCListImages(conn, &head, &count) == 0 && count == 3;
-    free_media_list(head.next);
+    wrenlink::support::free_media_list(head.next);
     return ok ? 8 : 0;
 }
 

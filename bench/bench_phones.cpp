@@ -27,7 +27,7 @@
 #include <vector>
 
 #include "Wrenlink/Wrenlink.h"
-#include "Wrenlink/fd.h"
+#include "base/unique_fd.h"
 #include "contest.h"
 #include "phone_farm.h"
 #include "phones_report.h"

@@ -10,7 +10,7 @@
 #include <string>
 
 #include "Wrenlink/Wrenlink.h"
-#include "child_process.h"
+#include "base/platform.h"
 #include "contest.h"
 #include "ratio_report.h"
 
@@ -18,7 +18,7 @@ extern char **environ;
 
 namespace {
 
-using wrenlink::bench::cloexec_pipe;
+using wrenlink::platform::cloexec_pipe;
 
 // The least a runner must do: spawn with stdin, stdout and stderr on pipes (the library's runner
 // gives the tool all three), read stdout and stderr to their end, reap.

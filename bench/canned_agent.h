@@ -13,7 +13,7 @@
 #include <cstdint>
 #include <string>
 
-#include "Wrenlink/fd.h"
+#include "base/unique_fd.h"
 
 namespace wrenlink::bench {
 

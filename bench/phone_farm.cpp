@@ -144,7 +144,7 @@ bool PhoneFarm::start_phones(std::size_t phones, std::string &error) {
         argv.push_back("port=0,profile=" WRENLINK_PHONE_PROFILE ",sandbox=" + scratch() + "/phones/" + std::to_string(i));
     }
     fs::create_directories(scratch() + "/phones");
-    phones_ = ChildProcess(argv);
+    phones_ = support::ChildProcess(argv);
     while (serials_.size() < phones) {
         const std::string line = phones_.read_line();
         if (line.rfind("ready ", 0) != 0) {

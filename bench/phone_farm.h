@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "child_process.h"
+#include "support/child_process.h"
 #include "reference_agent.h"
 
 namespace wrenlink::bench {
@@ -63,7 +63,7 @@ private:
     bool forward_agents(std::string &error);
 
     pid_t server_ = -1;
-    ChildProcess phones_;
+    support::ChildProcess phones_;
     std::vector<std::string> serials_;
     std::vector<AgentProcess> agents_;
     std::vector<uint16_t> forwards_;

@@ -8,8 +8,8 @@
 #include <string>
 #include <string_view>
 
-#include "Wrenlink/fd.h"
-#include "Wrenlink/wire.h"
+#include "base/unique_fd.h"
+#include "base/wire.h"
 
 namespace wrenlink::bench {
 

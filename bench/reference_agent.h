@@ -14,7 +14,7 @@
 #include <cstdint>
 #include <string>
 
-#include "child_process.h"
+#include "support/child_process.h"
 
 namespace wrenlink::bench {
 
@@ -36,7 +36,7 @@ public:
     pid_t pid() const { return process_.pid(); }
 
 private:
-    ChildProcess process_;
+    support::ChildProcess process_;
     uint16_t port_ = 0;
 };
 

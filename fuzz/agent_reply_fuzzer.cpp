@@ -11,7 +11,8 @@
 #include <memory>
 
 #include "Wrenlink/Wrenlink.h"
-#include "Wrenlink/file_exchange.h"
+#include "agent/services/file_exchange.h"
+#include "agent/services/files.h"
 #include "doubles/media_list.h"
 #include "socket_peer.h"
 
@@ -69,10 +70,10 @@ void close_file(NetConnection *conn) {
     auto *ref = static_cast<NFCFileRef *>(std::malloc(sizeof(NFCFileRef)));
     *ref = NFCFileRef{7, kStart};
     // Past its gate a close releases the handle whatever the agent says; at the gate it keeps it.
-    const bool stopped = wrenlink::nfc::gate(conn) != 0;
+    const bool stopped = wrenlink::agent::nfc::gate(conn) != 0;
     const AgentStatus r = NFCFileRefClose(conn, ref);
     if (stopped) {
-        check(r == wrenlink::nfc::gate(conn));
+        check(r == wrenlink::agent::nfc::gate(conn));
         std::free(ref);
     }
 }

@@ -6,14 +6,14 @@
 #include <string>
 #include <vector>
 
-#include "Wrenlink/mac_special.h"
-#include "Wrenlink/support.h"
+#include "adb/runner/tokeniser.h"
+#include "adb/text/string_split.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     std::string line(reinterpret_cast<const char *>(data), size);
     line.resize(line.find('\0') == std::string::npos ? line.size() : line.find('\0'));
     const std::string tool = "/app/Resources/adb";
-    const std::vector<std::string> args = wrenlink::split_command_line(line, tool);
+    const std::vector<std::string> args = wrenlink::adb::split_command_line(line, tool);
     if (args.empty()) std::abort();
     if (line.find_first_not_of(" \"") == std::string::npos) {
         if (args != std::vector<std::string>{tool}) std::abort();

@@ -1,10 +1,10 @@
 // The readers of the tool's devices list over any text: every serial they pick out lies inside the
 // text and within one line, and the short list stays within the caller's capacity, whole records
 // only.
-#include "Wrenlink/AdbText.h"
+#include "adb/text/tool_text.h"
 #include "tool_text.h"
 
-using namespace wrenlink;
+using namespace wrenlink::adb;
 using namespace wrenlink::fuzz;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {

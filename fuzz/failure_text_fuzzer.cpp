@@ -1,10 +1,10 @@
 // The failure-text classification over any text, for every operation's set of answers: the answer
 // is always one of the set; a text that begins with the device word gives the device answer; a
 // failure text with "Permission denied" never gives the plain failure answer where the two differ.
-#include "Wrenlink/AdbText.h"
+#include "adb/text/tool_text.h"
 #include "tool_text.h"
 
-using namespace wrenlink;
+using namespace wrenlink::adb;
 using namespace wrenlink::fuzz;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {

@@ -1,8 +1,7 @@
-// The media list readers over any payload. The parser of a whole payload never reads past its end;
-// a payload it accepts is made of whole items, and writing the records back gives exactly the
-// payload; one it refuses leaves the head alone and frees what it had parsed (LeakSanitizer). The
-// reader that parses a payload as it arrives from the connection, a window at a time, gives the
-// same result and the same records.
+// The media list reader over any payload, as it arrives from the connection a window at a time,
+// held against a plain reading of the whole payload (doubles/media_list.h). It accepts exactly the
+// payloads made of whole items, and writing its records back gives exactly the payload; one it
+// refuses leaves the head alone and frees what it had parsed (LeakSanitizer).
 //
 // Input: one byte k, then the payload's bytes, which the agent sends k % 32 + 1 times over, so
 // that items straddle the reader's 16 KiB window at every offset.
@@ -11,7 +10,7 @@
 #include <cstring>
 #include <string>
 
-#include "Wrenlink/MediaBean.h"
+#include "agent/services/media_list.h"
 #include "doubles/media_list.h"
 #include "socket_peer.h"
 
@@ -58,19 +57,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     std::string payload;
     for (unsigned i = 0; i <= data[0] % 32u; ++i) payload += once;
 
-    __MediaBean whole{};
-    AgentStatus status = 0xBAD;
-    const uint32_t items = ParseMediaBeanFromBytes(&whole, payload.data(), payload.size(), &status);
-    const Parsed fromBytes = judged(whole, items, status);
-    check(fromBytes.status == 0 || fromBytes.status == AgentShortPayload);
-    if (fromBytes.status == 0) check(fromBytes.records == payload);
+    const auto reference = wrenlink::test::parse_media_list(payload);
 
     const wrenlink::fuzz::SocketPeer peer(reinterpret_cast<const uint8_t *>(payload.data()), payload.size());
     __MediaBean received{};
-    status = 0xBAD;
-    const uint32_t got = ReceiveMediaBeans(peer.conn(), &received, static_cast<uint32_t>(payload.size()), &status);
-    const Parsed fromStream = judged(received, got, status);
-    check(fromStream.status == fromBytes.status && fromStream.items == fromBytes.items &&
-          fromStream.records == fromBytes.records);
+    AgentStatus status = 0xBAD;
+    const uint32_t got =
+        wrenlink::agent::receive_media_list(peer.conn(), &received, static_cast<uint32_t>(payload.size()), &status);
+    const Parsed parsed = judged(received, got, status);
+    check(parsed.status == (reference ? 0 : AgentShortPayload));
+    if (reference) check(parsed.items == reference->size() && parsed.records == payload);
     return 0;
 }

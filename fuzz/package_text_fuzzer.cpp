@@ -7,10 +7,10 @@
 #include <regex>
 #include <string>
 
-#include "Wrenlink/AdbText.h"
+#include "adb/text/tool_text.h"
 #include "tool_text.h"
 
-using namespace wrenlink;
+using namespace wrenlink::adb;
 using namespace wrenlink::fuzz;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {

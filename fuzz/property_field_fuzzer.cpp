@@ -3,10 +3,10 @@
 // text's first line, cut at 32 bytes.
 #include <memory>
 
-#include "Wrenlink/AdbText.h"
+#include "adb/text/tool_text.h"
 #include "tool_text.h"
 
-using namespace wrenlink;
+using namespace wrenlink::adb;
 using namespace wrenlink::fuzz;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {

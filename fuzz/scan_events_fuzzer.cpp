@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "Wrenlink/NetDiskDiscover.h"
+#include "agent/services/scan.h"
 #include "socket_peer.h"
 
 namespace {
@@ -29,8 +29,8 @@ void on_progress(int64_t, int64_t, uint64_t user) { ++said(user)->calls; }
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     wrenlink::fuzz::SocketPeer peer(data, size);
     Said s;
-    ScanArgs args{nullptr, peer.conn(), on_item, on_code, on_progress, reinterpret_cast<uint64_t>(&s)};
-    pthread_start(&args);
+    wrenlink::agent::ScanArgs args{nullptr, peer.conn(), on_item, on_code, on_progress, reinterpret_cast<uint64_t>(&s)};
+    wrenlink::agent::follow_scan_events(&args);
     if (s.calls > size / 20 + 1) std::abort();
     return 0;
 }

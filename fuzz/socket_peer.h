@@ -11,7 +11,7 @@
 #include <cstdlib>
 #include <thread>
 
-#include "Wrenlink/NetConnection.h"
+#include "agent/link/connection.h"
 
 namespace wrenlink::fuzz {
 
@@ -32,7 +32,7 @@ public:
         }
     }
     ~SocketPeer() {
-        destroy_private_connection(conn_);  // ends a blocked writer with EPIPE
+        agent::destroy_private_connection(conn_);  // ends a blocked writer with EPIPE
         if (writer_.joinable()) writer_.join();
         ::close(agent_);
     }

@@ -6,10 +6,10 @@
 #include <cstdlib>
 #include <string>
 
-#include "Wrenlink/AdbText.h"
+#include "adb/text/tool_text.h"
 #include "tool_text.h"
 
-using namespace wrenlink;
+using namespace wrenlink::adb;
 using namespace wrenlink::fuzz;
 
 namespace {

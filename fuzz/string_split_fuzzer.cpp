@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "Wrenlink/support.h"
+#include "adb/text/string_split.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size == 0) return 0;

@@ -1,9 +1,9 @@
 // The walk for the focused activity over any text: a name it takes lies inside the text and holds
 // no blank and no "}", so that it always fits the caller's 2048-byte buffer with its terminator.
-#include "Wrenlink/AdbText.h"
+#include "adb/text/tool_text.h"
 #include "tool_text.h"
 
-using namespace wrenlink;
+using namespace wrenlink::adb;
 using namespace wrenlink::fuzz;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {

@@ -19,9 +19,9 @@
 #include <string>
 #include <vector>
 
-#include "Wrenlink/NetConnection.h"
+#include "agent/link/connection.h"
 #include "Wrenlink/Wrenlink.h"
-#include "Wrenlink/pauses.h"
+#include "adb/runner/pauses.h"
 #include "doubles/census.h"
 #include "doubles/fake_adb_fixture.h"
 #include "doubles/media_list.h"

@@ -15,6 +15,8 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "base/io.h"
+
 namespace wrenlink::test {
 
 namespace {
@@ -29,22 +31,15 @@ uint32_t crc_of(const std::string &s) {
     return c;
 }
 
-// recv or send until n bytes have gone; false when the peer closed or failed first.
-template <class Io>
-bool transfer(std::size_t n, Io io) {
-    for (std::size_t done = 0; done < n;) {
-        const ssize_t r = io(done);
-        if (r > 0) done += static_cast<std::size_t>(r);
-        else if (r == 0 || errno != EINTR) return false;
-    }
-    return true;
+bool read_exact(int fd, std::string &into, std::size_t n) {
+    const std::size_t start = into.size();
+    into.resize(start + n);
+    const io::Transfer t = io::receive_exact(fd, into.data() + start, n);
+    into.resize(start + t.done);
+    return t.whole();
 }
 
-bool send_all(int fd, std::string_view data) {
-    return transfer(data.size(), [&](std::size_t at) {
-        return ::send(fd, data.data() + at, data.size() - at, MSG_NOSIGNAL);
-    });
-}
+bool send_all(int fd, std::string_view data) { return io::send_all(fd, data.data(), data.size()).whole(); }
 
 }  // namespace
 
@@ -238,14 +233,8 @@ void ScriptedAgent::run(std::size_t index, const Script &script) {
     }
     Link link{fd,
               [&](std::size_t n, std::string &into) {
-                  into.assign(n, '\0');
-                  std::size_t got = 0;
-                  const bool whole = transfer(n, [&](std::size_t at) {
-                      const ssize_t r = ::recv(fd, into.data() + at, n - at, 0);
-                      got = at + static_cast<std::size_t>(std::max<ssize_t>(r, 0));
-                      return r;
-                  });
-                  into.resize(whole ? n : got);
+                  into.clear();
+                  const bool whole = read_exact(fd, into, n);
                   std::lock_guard lock(mutex_);
                   if (keep_) conns_[index].received += into;
                   return whole;

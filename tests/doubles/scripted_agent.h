@@ -23,7 +23,7 @@
 #include <thread>
 #include <vector>
 
-#include "Wrenlink/wire.h"
+#include "base/wire.h"
 
 namespace wrenlink::test {
 

@@ -4,8 +4,8 @@
 #include <array>
 #include <cmath>
 
-#include "Wrenlink/crc.h"
-#include "Wrenlink/wire.h"
+#include "base/crc.h"
+#include "base/wire.h"
 
 namespace wrenlink::sample {
 

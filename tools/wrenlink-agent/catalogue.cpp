@@ -8,7 +8,7 @@
 #include "frame.h"
 #include "tree.h"
 
-namespace wrenlink::agent {
+namespace wrenlink::reference_agent {
 
 namespace {
 
@@ -102,4 +102,4 @@ int Catalogue::remove(MediaKind kind, std::string_view phone) {
     return was_added ? 0 : ENOENT;
 }
 
-}  // namespace wrenlink::agent
+}  // namespace wrenlink::reference_agent

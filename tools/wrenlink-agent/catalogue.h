@@ -19,7 +19,7 @@
 #include "media_types.h"
 #include "sandbox.h"
 
-namespace wrenlink::agent {
+namespace wrenlink::reference_agent {
 
 struct MediaItem {
     uint32_t id = 0;
@@ -58,4 +58,4 @@ private:
     std::array<std::set<std::string>, kMediaKinds> added_, removed_;
 };
 
-}  // namespace wrenlink::agent
+}  // namespace wrenlink::reference_agent

@@ -7,10 +7,11 @@
 
 #include <cerrno>
 
-#include "Wrenlink/crc.h"
-#include "Wrenlink/platform.h"
+#include "base/crc.h"
+#include "base/io.h"
+#include "base/platform.h"
 
-namespace wrenlink::agent {
+namespace wrenlink::reference_agent {
 
 UniqueFd listen_tcp(const std::string &address, uint16_t port, int backlog, int &error) {
     sockaddr_in at{};
@@ -51,37 +52,9 @@ long send_some(int fd, const void *data, std::size_t n) {
     return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR ? 0 : -1;
 }
 
-bool read_exact(int fd, void *buffer, std::size_t n) {
-    auto *p = static_cast<char *>(buffer);
-    std::size_t got = 0;
-    while (got < n) {
-        const ssize_t r = ::recv(fd, p + got, n - got, 0);
-        if (r > 0) {
-            got += static_cast<std::size_t>(r);
-        } else if (r < 0 && errno == EINTR) {
-            continue;
-        } else {
-            return false;
-        }
-    }
-    return true;
-}
+bool read_exact(int fd, void *buffer, std::size_t n) { return io::receive_exact(fd, buffer, n).whole(); }
 
-bool send_all(int fd, const void *data, std::size_t n) {
-    const auto *p = static_cast<const char *>(data);
-    std::size_t sent = 0;
-    while (sent < n) {
-        const ssize_t r = ::send(fd, p + sent, n - sent, platform::send_flags());
-        if (r > 0) {
-            sent += static_cast<std::size_t>(r);
-        } else if (r < 0 && errno == EINTR) {
-            continue;
-        } else {
-            return false;
-        }
-    }
-    return true;
-}
+bool send_all(int fd, const void *data, std::size_t n) { return io::send_all(fd, data, n).whole(); }
 
 std::string packet(uint32_t opcode, uint32_t status, std::string_view payload, Crc crc) {
     wire::PacketHeader h;
@@ -123,4 +96,4 @@ std::string found_item_event(std::string_view text) {
     return packet(wire::op::kEventFoundItem, 0, payload);
 }
 
-}  // namespace wrenlink::agent
+}  // namespace wrenlink::reference_agent

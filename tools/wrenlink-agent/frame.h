@@ -7,10 +7,10 @@
 #include <string>
 #include <string_view>
 
-#include "Wrenlink/fd.h"
-#include "Wrenlink/wire.h"
+#include "base/unique_fd.h"
+#include "base/wire.h"
 
-namespace wrenlink::agent {
+namespace wrenlink::reference_agent {
 
 // Reads exactly n bytes; false when the peer closed or a receive failed first.
 bool read_exact(int fd, void *buffer, std::size_t n);
@@ -47,4 +47,4 @@ std::string code_event(uint32_t code);
 // The text and its NUL; the caller keeps the text under 2048 bytes.
 std::string found_item_event(std::string_view text);
 
-}  // namespace wrenlink::agent
+}  // namespace wrenlink::reference_agent

@@ -1,20 +1,13 @@
 #include "log.h"
 
-#include <unistd.h>
-
 #include <cstring>
 
-namespace wrenlink::agent {
+#include "base/log.h"
+
+namespace wrenlink::reference_agent {
 
 void Log::say(const std::string &line) const {
-    // One write per line: lines of several threads never interleave.
-    std::string out = "wrenlink-agent: " + line + "\n";
-    std::size_t done = 0;
-    while (done < out.size()) {
-        const ssize_t n = ::write(STDERR_FILENO, out.data() + done, out.size() - done);
-        if (n <= 0) return;
-        done += static_cast<std::size_t>(n);
-    }
+    wrenlink::log_line("wrenlink-agent: " + line);
 }
 
 std::string connection_tag(int number) {
@@ -28,4 +21,4 @@ std::string describe_status(uint32_t status) {
     return std::to_string(status) + " (" + std::strerror(static_cast<int>(status)) + ")";
 }
 
-}  // namespace wrenlink::agent
+}  // namespace wrenlink::reference_agent

@@ -3,7 +3,7 @@
 
 #include <string>
 
-namespace wrenlink::agent {
+namespace wrenlink::reference_agent {
 
 class Log {
 public:
@@ -26,4 +26,4 @@ std::string connection_tag(int number);
 // "0" or "2 (No such file or directory)": how a status reads in the log.
 std::string describe_status(uint32_t status);
 
-}  // namespace wrenlink::agent
+}  // namespace wrenlink::reference_agent

@@ -15,7 +15,7 @@
 #include "server.h"
 
 int main(int argc, char **argv) {
-    using namespace wrenlink::agent;
+    using namespace wrenlink::reference_agent;
     std::string error;
     const auto options = parse_options(std::vector<std::string>(argv + 1, argv + argc), error);
     if (!options && error.empty()) {

@@ -4,7 +4,7 @@
 #include <cctype>
 #include <string>
 
-namespace wrenlink::agent {
+namespace wrenlink::reference_agent {
 
 namespace {
 
@@ -71,4 +71,4 @@ std::string_view mime_type_of(std::string_view name) {
     return t ? t->mime : std::string_view("application/octet-stream");
 }
 
-}  // namespace wrenlink::agent
+}  // namespace wrenlink::reference_agent

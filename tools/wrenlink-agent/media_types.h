@@ -4,7 +4,7 @@
 #include <optional>
 #include <string_view>
 
-namespace wrenlink::agent {
+namespace wrenlink::reference_agent {
 
 enum class MediaKind { Image = 0, Music = 1, Video = 2 };
 constexpr int kMediaKinds = 3;
@@ -14,4 +14,4 @@ std::optional<MediaKind> media_kind_of(std::string_view name);
 // The MIME type of a file name; "application/octet-stream" for an unknown extension.
 std::string_view mime_type_of(std::string_view name);
 
-}  // namespace wrenlink::agent
+}  // namespace wrenlink::reference_agent

@@ -4,7 +4,7 @@
 
 #include <charconv>
 
-namespace wrenlink::agent {
+namespace wrenlink::reference_agent {
 
 const char kUsage[] =
     "usage: wrenlink-agent [--address A] [--port N] [--verbose] [--scan-delay-us N] ROOT\n"
@@ -75,4 +75,4 @@ std::optional<AgentOptions> parse_options(const std::vector<std::string> &args, 
     return o;
 }
 
-}  // namespace wrenlink::agent
+}  // namespace wrenlink::reference_agent

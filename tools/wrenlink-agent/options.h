@@ -7,11 +7,11 @@
 
 #include "server.h"
 
-namespace wrenlink::agent {
+namespace wrenlink::reference_agent {
 
 extern const char kUsage[];
 
 // The options, or nullopt with `error` set (empty for --help).
 std::optional<AgentOptions> parse_options(const std::vector<std::string> &args, std::string &error);
 
-}  // namespace wrenlink::agent
+}  // namespace wrenlink::reference_agent

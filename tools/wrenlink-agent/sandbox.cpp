@@ -8,7 +8,7 @@
 #include <memory>
 #include <system_error>
 
-namespace wrenlink::agent {
+namespace wrenlink::reference_agent {
 
 namespace {
 
@@ -106,4 +106,4 @@ Resolved Sandbox::resolve(std::string_view phone, Leaf leaf) const {
     return r;
 }
 
-}  // namespace wrenlink::agent
+}  // namespace wrenlink::reference_agent

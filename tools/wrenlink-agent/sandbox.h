@@ -15,7 +15,7 @@
 #include <string_view>
 #include <vector>
 
-namespace wrenlink::agent {
+namespace wrenlink::reference_agent {
 
 // The refusal of a path that would leave the root.
 constexpr int kOutsideRoot = 13;  // EACCES
@@ -52,4 +52,4 @@ private:
     std::string root_;  // real path, without a trailing slash (except "/")
 };
 
-}  // namespace wrenlink::agent
+}  // namespace wrenlink::reference_agent

@@ -13,7 +13,7 @@
 #include "frame.h"
 #include "media_types.h"
 
-namespace wrenlink::agent {
+namespace wrenlink::reference_agent {
 
 namespace {
 
@@ -210,4 +210,4 @@ bool Scanner::deliver(int events, std::string &buffer, Flush flush) {
     return true;
 }
 
-}  // namespace wrenlink::agent
+}  // namespace wrenlink::reference_agent

@@ -21,12 +21,12 @@
 #include <string_view>
 #include <thread>
 
-#include "Wrenlink/fd.h"
+#include "base/unique_fd.h"
 #include "log.h"
 #include "sandbox.h"
 #include "tree.h"
 
-namespace wrenlink::agent {
+namespace wrenlink::reference_agent {
 
 struct ScanOptions {
     std::string event_address = "127.0.0.1";
@@ -85,4 +85,4 @@ private:
     std::thread thread_;
 };
 
-}  // namespace wrenlink::agent
+}  // namespace wrenlink::reference_agent

@@ -6,10 +6,10 @@
 #include <cerrno>
 #include <system_error>
 
-#include "Wrenlink/platform.h"
+#include "base/platform.h"
 #include "frame.h"
 
-namespace wrenlink::agent {
+namespace wrenlink::reference_agent {
 
 Agent::Agent(AgentOptions options)
     : options_(std::move(options)),
@@ -81,4 +81,4 @@ void Agent::end_all() {
     connections_.clear();
 }
 
-}  // namespace wrenlink::agent
+}  // namespace wrenlink::reference_agent

@@ -9,14 +9,14 @@
 #include <string>
 #include <thread>
 
-#include "Wrenlink/fd.h"
+#include "base/unique_fd.h"
 #include "catalogue.h"
 #include "log.h"
 #include "sandbox.h"
 #include "scanner.h"
 #include "session.h"
 
-namespace wrenlink::agent {
+namespace wrenlink::reference_agent {
 
 struct AgentOptions {
     std::string root;
@@ -62,4 +62,4 @@ private:
     int next_number_ = 1;
 };
 
-}  // namespace wrenlink::agent
+}  // namespace wrenlink::reference_agent

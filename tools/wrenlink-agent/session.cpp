@@ -10,9 +10,9 @@
 #include <climits>
 #include <optional>
 
-#include "Wrenlink/crc.h"
+#include "base/crc.h"
 
-namespace wrenlink::agent {
+namespace wrenlink::reference_agent {
 
 namespace op = wire::op;
 
@@ -433,4 +433,4 @@ Session::Reply Session::media_list(MediaKind kind) {
     return Reply{0, encode_media_list(items), Crc::Payload};
 }
 
-}  // namespace wrenlink::agent
+}  // namespace wrenlink::reference_agent

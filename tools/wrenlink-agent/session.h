@@ -14,8 +14,8 @@
 #include <string_view>
 #include <vector>
 
-#include "Wrenlink/fd.h"
-#include "Wrenlink/wire.h"
+#include "base/unique_fd.h"
+#include "base/wire.h"
 #include "catalogue.h"
 #include "frame.h"
 #include "log.h"
@@ -23,7 +23,7 @@
 #include "scanner.h"
 #include "tree.h"
 
-namespace wrenlink::agent {
+namespace wrenlink::reference_agent {
 
 struct Services {
     const Sandbox &sandbox;
@@ -95,4 +95,4 @@ private:
     std::atomic<bool> finished_{false};
 };
 
-}  // namespace wrenlink::agent
+}  // namespace wrenlink::reference_agent

@@ -10,7 +10,7 @@
 #include <cerrno>
 #include <memory>
 
-namespace wrenlink::agent {
+namespace wrenlink::reference_agent {
 
 namespace {
 
@@ -78,4 +78,4 @@ void walk_files(const std::string &host_root, const std::string &phone_root,
     }
 }
 
-}  // namespace wrenlink::agent
+}  // namespace wrenlink::reference_agent

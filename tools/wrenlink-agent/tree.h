@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace wrenlink::agent {
+namespace wrenlink::reference_agent {
 
 struct FileInfo {
     std::string phone;  // phone path, "/DCIM/a.jpg"
@@ -34,4 +34,4 @@ struct DirEntry {
 };
 bool list_directory(const std::string &host_dir, std::vector<DirEntry> &entries);
 
-}  // namespace wrenlink::agent
+}  // namespace wrenlink::reference_agent

@@ -14,7 +14,8 @@
 #include <cstring>
 #include <ctime>
 
-#include "Wrenlink/fd.h"
+#include "base/unique_fd.h"
+#include "base/io.h"
 #include "commands.h"
 
 namespace phone {
@@ -119,16 +120,7 @@ bool parse_octal_mode(const std::string &text, mode_t &mode) {
     return true;
 }
 
-bool write_all(int fd, const char *data, std::size_t size) {
-    while (size > 0) {
-        const ssize_t n = ::write(fd, data, size);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        data += n;
-        size -= static_cast<std::size_t>(n);
-    }
-    return true;
-}
+bool write_all(int fd, const char *data, std::size_t size) { return wrenlink::io::write_all(fd, data, size); }
 
 std::string human_size(double bytes) {
     const char *units[] = {"", "K", "M", "G"};

@@ -5,13 +5,13 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
-#include <mutex>
+
+#include "base/log.h"
 
 namespace phone {
 
 namespace {
 std::atomic<int> g_verbosity{0};
-std::mutex g_log_mutex;
 }  // namespace
 
 void set_verbosity(int level) noexcept { g_verbosity = level; }
@@ -23,10 +23,9 @@ void log(int level, const char *format, ...) noexcept {
     const int prefix = std::snprintf(line, sizeof line, "wrenlink-phone[%d]: ", static_cast<int>(::getpid()));
     va_list args;
     va_start(args, format);
-    std::vsnprintf(line + prefix, sizeof line - static_cast<size_t>(prefix) - 1, format, args);
+    std::vsnprintf(line + prefix, sizeof line - static_cast<size_t>(prefix), format, args);
     va_end(args);
-    std::lock_guard lock(g_log_mutex);
-    std::fprintf(stderr, "%s\n", line);
+    wrenlink::log_line(line);
 }
 
 }  // namespace phone

@@ -23,8 +23,8 @@
 #include <thread>
 #include <vector>
 
-#include "Wrenlink/fd.h"
-#include "Wrenlink/platform.h"
+#include "base/unique_fd.h"
+#include "base/platform.h"
 #include "commands.h"
 #include "log.h"
 #include "phone.h"

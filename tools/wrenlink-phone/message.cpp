@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "Wrenlink/wire.h"
+#include "base/wire.h"
 
 namespace phone {
 

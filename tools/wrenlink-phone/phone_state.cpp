@@ -8,7 +8,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "Wrenlink/fd.h"
+#include "base/unique_fd.h"
 
 namespace phone {
 

@@ -11,8 +11,9 @@
 #include <cstring>
 #include <string>
 
-#include "Wrenlink/fd.h"
-#include "Wrenlink/wire.h"
+#include "base/unique_fd.h"
+#include "base/wire.h"
+#include "base/io.h"
 #include "log.h"
 #include "message.h"
 #include "phone.h"
@@ -236,16 +237,7 @@ private:
             ::mkdir(host_file.substr(0, pos).c_str(), 0771);
     }
 
-    static bool write_all(int fd, const std::string &data) {
-        std::size_t done = 0;
-        while (done < data.size()) {
-            const ssize_t n = ::write(fd, data.data() + done, data.size() - done);
-            if (n < 0 && errno == EINTR) continue;
-            if (n <= 0) return false;
-            done += static_cast<std::size_t>(n);
-        }
-        return true;
-    }
+    static bool write_all(int fd, const std::string &data) { return wrenlink::io::write_all(fd, data.data(), data.size()); }
 
     Stream &stream_;
     Reader reader_;

@@ -13,8 +13,8 @@
 #include <string>
 #include <thread>
 
-#include "Wrenlink/fd.h"
-#include "Wrenlink/platform.h"
+#include "base/unique_fd.h"
+#include "base/platform.h"
 #include "log.h"
 #include "phone.h"
 #include "services.h"

@@ -6,7 +6,8 @@
 #include <cerrno>
 #include <utility>
 
-#include "Wrenlink/platform.h"
+#include "base/platform.h"
+#include "base/io.h"
 #include "log.h"
 #include "phone.h"
 #include "services.h"
@@ -18,19 +19,7 @@ namespace {
 // ends the connection instead of growing memory.
 constexpr std::size_t kMaxQueuedChunks = 8;
 
-bool read_exactly(int fd, void *to, std::size_t size) {
-    auto *p = static_cast<char *>(to);
-    while (size > 0) {
-        const ssize_t n = ::recv(fd, p, size, 0);
-        if (n > 0) {
-            p += n;
-            size -= static_cast<std::size_t>(n);
-        } else if (n == 0 || errno != EINTR) {
-            return false;
-        }
-    }
-    return true;
-}
+bool read_exactly(int fd, void *to, std::size_t size) { return wrenlink::io::receive_exact(fd, to, size).whole(); }
 
 // Moves a gathered send on past the `sent` bytes that went out.
 void skip_sent(msghdr &message, std::size_t sent) noexcept {

@@ -20,7 +20,7 @@
 #include <thread>
 #include <vector>
 
-#include "Wrenlink/fd.h"
+#include "base/unique_fd.h"
 #include "message.h"
 
 namespace phone {

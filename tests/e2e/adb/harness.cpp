@@ -5,9 +5,6 @@
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#if defined(__linux__)
-#include <sys/prctl.h>
-#endif
 
 #include <cerrno>
 #include <cstdlib>
@@ -15,8 +12,8 @@
 #include <random>
 #include <thread>
 
-#include "Wrenlink/fd.h"
-#include "Wrenlink/platform.h"
+#include "base/unique_fd.h"
+#include "base/platform.h"
 #include "e2e/adb/loopback_server.h"
 
 namespace wrenlink::test {
@@ -130,38 +127,17 @@ PhoneProcess::PhoneProcess(const std::vector<Phone> &phones) {
         args.emplace_back("--phone");
         args.push_back("port=0,profile=" + p.profile + ",sandbox=" + p.sandbox);
     }
-    UniqueFd out_read, out_write;
-    if (!make_pipe(out_read, out_write)) return;
-    const auto argv = argv_of(args);
-    pid_ = ::fork();
-    if (pid_ < 0) return;
-    if (pid_ == 0) {
-#if defined(__linux__)
-        ::prctl(PR_SET_PDEATHSIG, SIGTERM);   // no phone outlives a test run that dies
-#endif
-        ::dup2(out_write.get(), 1);
-        ::execv(argv[0], argv.data());
-        ::_exit(127);
-    }
-    out_write.reset();
+    // Its complaints go to the test's stderr; no phone outlives a test run that dies.
+    process_ = support::ChildProcess(args, {.stderrPath = "", .endWithParent = true});
 
     // One "ready 127.0.0.1:PORT" line per phone.
     const auto end = Clock::now() + std::chrono::seconds(20);
-    std::string text;
     std::vector<std::string> serials;
-    char buffer[512];
-    while (serials.size() < phones.size()) {
-        pollfd fd{out_read.get(), POLLIN, 0};
-        if (::poll(&fd, 1, remaining_ms(end)) <= 0) break;
-        const ssize_t n = ::read(out_read.get(), buffer, sizeof buffer);
-        if (n <= 0) break;
-        text.append(buffer, static_cast<std::size_t>(n));
-        std::size_t eol;
-        while ((eol = text.find('\n')) != std::string::npos) {
-            const std::string line = text.substr(0, eol);
-            text.erase(0, eol + 1);
-            if (line.starts_with("ready ")) serials.push_back(line.substr(6));
-        }
+    while (serials.size() < phones.size() && process_.started()) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
+        const std::string line = process_.read_line(left);
+        if (line.empty()) break;
+        if (line.starts_with("ready ")) serials.push_back(line.substr(6));
     }
     if (serials.size() == phones.size()) serials_ = std::move(serials);
 }
@@ -173,12 +149,7 @@ unsigned PhoneProcess::port(std::size_t i) const {
     return static_cast<unsigned>(std::strtoul(s.c_str() + s.rfind(':') + 1, nullptr, 10));
 }
 
-void PhoneProcess::stop() {
-    if (pid_ <= 0) return;
-    ::kill(pid_, SIGTERM);
-    wait_status(pid_);
-    pid_ = -1;
-}
+void PhoneProcess::stop() { process_.stop(SIGTERM); }
 
 // ---- PrivateAdbServer ------------------------------------------------------------------------
 

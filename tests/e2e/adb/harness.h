@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "doubles/temp_tree.h"
+#include "support/child_process.h"
 
 namespace wrenlink::test {
 
@@ -59,7 +60,7 @@ public:
     void stop();
 
 private:
-    pid_t pid_ = -1;
+    support::ChildProcess process_;
     std::vector<std::string> serials_;
 };
 

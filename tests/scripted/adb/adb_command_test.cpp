@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "Wrenlink/Wrenlink.h"
-#include "Wrenlink/mac_special.h"
+#include "adb/runner/tool_runner.h"
 #include "doubles/fake_adb_fixture.h"
 #include "doubles/tool_runs.h"
 
@@ -69,7 +69,7 @@ TEST(AdbCommand, CollectsMegabytesFromBothStreamsAtOnce) {
     FakeAdb adb;
     constexpr std::size_t kMiB = 1024 * 1024;
     adb.scenario("always fill 1048576 1048576");
-    const std::string text = wrenlink::run_adb(" big", true, 2 * kMiB);
+    const std::string text = wrenlink::adb::run_tool(" big", true, 2 * kMiB);
     ASSERT_EQ(text.size(), 2 * kMiB);
     EXPECT_TRUE(text == filled(kMiB, 'A') + filled(kMiB, 'a'));
 }
@@ -91,9 +91,9 @@ TEST(AdbCommand, NoWaitRunTerminatesTheToolAndGivesNoText) {
     FakeAdb adb;
     adb.scenario("args patient out \"early\\n\" sleep 30000\n"
                  "args stubborn ignore-term out \"early\\n\" sleep 30000\n");
-    char output[wrenlink::kOutputSize];
+    char output[wrenlink::adb::kOutputSize];
     std::memset(output, 'x', sizeof output);
-    EXPECT_EQ(AdbCommand(" patient", output, wrenlink::kOutputSize, false), 0);
+    EXPECT_EQ(AdbCommand(" patient", output, wrenlink::adb::kOutputSize, false), 0);
     EXPECT_EQ(output[0], '\0');
     // One that ignores the terminate signal is killed all the same.
     EXPECT_EQ(adb_text(" stubborn", false), "");
@@ -142,7 +142,7 @@ TEST(AdbCommand, ToolGetsOnlyTheStandardDescriptors) {
 TEST(AdbShellCommand, FormsTheShellLineAndCopiesNonEmptyText) {
     FakeAdb adb;
     adb.scenario(R"(when "shell ls" out "a\nb\n")");
-    char output[wrenlink::kOutputSize] = {};
+    char output[wrenlink::adb::kOutputSize] = {};
     EXPECT_EQ(AdbShellCommand("SER", "ls -l /sdcard", output, true), 1);
     EXPECT_STREQ(output, "a\nb\n");
     EXPECT_EQ(adb.runs().back(), with_tool({"-s", "SER", "shell", "ls", "-l", "/sdcard"}));
@@ -155,7 +155,7 @@ TEST(AdbShellCommand, FormsTheShellLineAndCopiesNonEmptyText) {
 
 TEST(AdbShellCommand, RunsNothingForNullsOrAnOverlongLine) {
     FakeAdb adb;
-    char output[wrenlink::kOutputSize] = {};
+    char output[wrenlink::adb::kOutputSize] = {};
     EXPECT_EQ(AdbShellCommand(nullptr, nullptr, nullptr, true), -1);
     EXPECT_EQ(AdbShellCommand(nullptr, "ls", output, true), -1);
     EXPECT_EQ(AdbShellCommand("SER", nullptr, output, true), -1);

@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "Wrenlink/pauses.h"
+#include "adb/runner/pauses.h"
 #include "doubles/fake_adb_fixture.h"
 #include "doubles/tool_runs.h"
 

@@ -44,7 +44,7 @@ protected:
         std::string output(16, 'x');
         EXPECT_EQ(AdbCommand(" devices", output.data(), 16, true), 0);
         EXPECT_EQ(output[0], '\0');
-        char shell[wrenlink::kOutputSize];
+        char shell[wrenlink::adb::kOutputSize];
         std::memset(shell, 'x', sizeof shell);
         EXPECT_EQ(AdbShellCommand("SER", "ls", shell, true), 1);
         EXPECT_EQ(shell[0], 'x');

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "Wrenlink/NetConnection.h"
-#include "Wrenlink/file_exchange.h"
+#include "agent/link/connection.h"
+#include "agent/services/files.h"
 #include "doubles/media_list.h"
 #include "doubles/scripted_agent.h"
 

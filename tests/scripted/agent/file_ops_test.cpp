@@ -5,8 +5,8 @@
 #include <cerrno>
 #include <cstdlib>
 
-#include "Wrenlink/NetConnection.h"
-#include "Wrenlink/file_exchange.h"
+#include "agent/link/connection.h"
+#include "agent/services/files.h"
 #include "doubles/scripted_agent.h"
 
 using namespace wrenlink::test;

@@ -4,7 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "Wrenlink/mac_special.h"
+#include "adb/runner/tokeniser.h"
+#include "adb/runner/tool_path.h"
 
 namespace {
 
@@ -45,23 +46,23 @@ TEST(SplitCommandLine, Cases) {
         {"\"a b\" c \"d e", {"a b", "c", "d e"}},
     };
     for (const auto &c : cases) {
-        EXPECT_EQ(wrenlink::split_command_line(c.line, kTool), c.args) << "line: [" << c.line << "]";
+        EXPECT_EQ(wrenlink::adb::split_command_line(c.line, kTool), c.args) << "line: [" << c.line << "]";
     }
 }
 
 TEST(AdbPathForExecutable, CutsAtTheSecondSlashFromTheEnd) {
-    EXPECT_EQ(wrenlink::adb_path_for_executable("/Applications/App.app/Contents/MacOS/App"),
+    EXPECT_EQ(wrenlink::adb::adb_path_for_executable("/Applications/App.app/Contents/MacOS/App"),
               "/Applications/App.app/Contents/Resources/adb");
-    EXPECT_EQ(wrenlink::adb_path_for_executable("/work/build/tests/unit_tests"), "/work/build/Resources/adb");
+    EXPECT_EQ(wrenlink::adb::adb_path_for_executable("/work/build/tests/unit_tests"), "/work/build/Resources/adb");
     // Two slashes, the first at the start: cut to nothing.
-    EXPECT_EQ(wrenlink::adb_path_for_executable("/bin/app"), "/Resources/adb");
+    EXPECT_EQ(wrenlink::adb::adb_path_for_executable("/bin/app"), "/Resources/adb");
     // Fewer than two: the path stays whole; none at all (the path couldn't be had) gives the root.
-    EXPECT_EQ(wrenlink::adb_path_for_executable("/app"), "/app/Resources/adb");
-    EXPECT_EQ(wrenlink::adb_path_for_executable("dir/app"), "dir/app/Resources/adb");
-    EXPECT_EQ(wrenlink::adb_path_for_executable(""), "/Resources/adb");
+    EXPECT_EQ(wrenlink::adb::adb_path_for_executable("/app"), "/app/Resources/adb");
+    EXPECT_EQ(wrenlink::adb::adb_path_for_executable("dir/app"), "dir/app/Resources/adb");
+    EXPECT_EQ(wrenlink::adb::adb_path_for_executable(""), "/Resources/adb");
     // No fixed limit on the length.
     const std::string deep = "/" + std::string(600, 'd') + "/bin/app";
-    EXPECT_EQ(wrenlink::adb_path_for_executable(deep), "/" + std::string(600, 'd') + "/Resources/adb");
+    EXPECT_EQ(wrenlink::adb::adb_path_for_executable(deep), "/" + std::string(600, 'd') + "/Resources/adb");
 }
 
 }  // namespace

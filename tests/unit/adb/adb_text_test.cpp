@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "Wrenlink/AdbText.h"
+#include "adb/text/tool_text.h"
 
-using namespace wrenlink;
+using namespace wrenlink::adb;
 
 namespace {
 

@@ -3,8 +3,9 @@
 #include <string>
 #include <vector>
 
-#include "Wrenlink/command_line.h"
-#include "Wrenlink/support.h"
+#include "adb/runner/command_line.h"
+#include "adb/operations/device_files.h"
+#include "adb/text/string_split.h"
 
 namespace {
 using Pieces = std::vector<std::string>;
@@ -38,8 +39,14 @@ TEST(StringSplit, DropsEmptyPiecesTreatsSeparatorsAsASetAndAppends) {
 }
 
 TEST(FormatCommand, RefusesLinesThatDoNotFitTheBuffer) {
-    EXPECT_EQ(wrenlink::format_command("%s -s %s shell %s", "", "SER", "id"), " -s SER shell id");
+    using wrenlink::adb::format_command;
+    using wrenlink::adb::tool_line;
+    EXPECT_EQ(tool_line("SER", "shell %s", "id"), " -s SER shell id");
     const std::string fits(511 - 4, 'x');
-    EXPECT_EQ(wrenlink::format_command("abc %s", fits.c_str())->size(), 511u);
-    EXPECT_FALSE(wrenlink::format_command("abcd %s", fits.c_str()).has_value());
+    EXPECT_EQ(format_command("abc %s", fits.c_str())->size(), 511u);
+    EXPECT_FALSE(format_command("abcd %s", fits.c_str()).has_value());
+    // The serial counts in the whole line: " -s " + 501 + " shell" is 511 characters.
+    const std::string serial(501, 's');
+    EXPECT_EQ(tool_line(serial.c_str(), "shell")->size(), 511u);
+    EXPECT_FALSE(tool_line(serial.c_str(), "shell!").has_value());
 }

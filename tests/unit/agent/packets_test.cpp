@@ -2,9 +2,9 @@
 // file and media requests' bytes are pinned where the library sends them).
 #include <gtest/gtest.h>
 
-#include "Wrenlink/crc.h"
-#include "Wrenlink/packets.h"
-#include "Wrenlink/wire.h"
+#include "base/crc.h"
+#include "agent/wire/packets.h"
+#include "base/wire.h"
 #include "doubles/scripted_agent.h"
 
 using wrenlink::test::bytes;

@@ -11,8 +11,8 @@
 #include <set>
 #include <thread>
 
-#include "Wrenlink/NetConnection.h"
-#include "Wrenlink/packets.h"
+#include "agent/link/connection.h"
+#include "agent/wire/packets.h"
 #include "doubles/scripted_agent.h"
 #include "doubles/temp_tree.h"
 #include "server.h"
@@ -55,8 +55,8 @@ uint32_t status_of(NetConnection *conn, const std::string &packet) {
 // The agent on its own thread, serving `tree` on an ephemeral port; a scan paced at 2 ms an item.
 class AgentWire : public ::testing::Test {
 protected:
-    static agent::AgentOptions options(const fs::path &root) {
-        agent::AgentOptions o;
+    static reference_agent::AgentOptions options(const fs::path &root) {
+        reference_agent::AgentOptions o;
         o.root = root.string();
         o.port = 0;
         o.scan.item_delay = std::chrono::milliseconds(2);
@@ -79,7 +79,7 @@ protected:
 
     TempTree outside;  // a neighbour of the root that must never be touched
     TempTree tree;
-    agent::Agent agent{options(tree.root())};
+    reference_agent::Agent agent{options(tree.root())};
     std::thread thread{[this] { agent.run(); }};
     NetConnection *conn = nullptr;
 };
@@ -215,7 +215,7 @@ TEST_F(PacedScan, AStopFromAnotherConnectionEndsThePausedScanWithEcanceled) {
     read_events(5);
     ASSERT_EQ(status_of(conn, make_pause_scan_packet()), 0u);
     NetConnection *other = connect();
-    ASSERT_EQ(status_of(other, make_start_stop_packet()), 0u);
+    ASSERT_EQ(status_of(other, make_stop_scan_packet()), 0u);
     NetConnectionClose(other);
     read_events();
     EXPECT_LT(found, 200u);

@@ -1,0 +1,19 @@
+#include "agent/link/ping.h"
+
+#include <cstring>
+#include <string>
+
+#include "agent/wire/packets.h"
+
+namespace wrenlink::agent {
+
+int32_t ping(NetConnection *conn) {
+    static const unsigned char kPong[4] = {0x00, 0x00, 0x00, 0x01};
+    const std::string request = make_ping_packet();
+    if (send_all(conn, request.data(), static_cast<int32_t>(request.size()), 0) < 0) return -2;
+    unsigned char reply[4] = {};
+    if (receive_exact(conn, reply, sizeof reply, 0) < 0) return -3;
+    return std::memcmp(reply, kPong, sizeof kPong) == 0 ? 0 : -4;
+}
+
+}  // namespace wrenlink::agent
