@@ -3,7 +3,6 @@
 // format. Kept small and free of heavy static set-up: tests run it a thousand times.
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -32,18 +31,12 @@ void write_all(int fd, std::string_view data) {
     }
 }
 
-void log_record(const std::string &record) {
-    if (g_log >= 0) write_all(g_log, record);
-}
-
-std::string header(const char *kind) { return std::string(kind) + " " + std::to_string(g_pid); }
-
-// Async-signal-safe: a terminated run leaves "term <pid>" behind and ends as the signal would.
-void on_term(int) {
-    char line[64];
-    const int n = std::snprintf(line, sizeof line, "term %ld\n", static_cast<long>(g_pid));
-    if (g_log >= 0 && n > 0) (void)!::write(g_log, line, static_cast<std::size_t>(n));
-    ::_exit(128 + SIGTERM);
+// One log line: the kind and the process number, then each word behind a 0x1F byte, so that
+// words may hold blanks. One write: the line lands whole.
+void log_record(const char *kind, const std::vector<std::string> &words = {}) {
+    std::string record = std::string(kind) + " " + std::to_string(g_pid);
+    for (const auto &word : words) record.append("\x1f").append(word);
+    if (g_log >= 0) write_all(g_log, record + "\n");
 }
 
 void sleep_ms(long ms) {
@@ -52,16 +45,21 @@ void sleep_ms(long ms) {
     }
 }
 
-// `slow-term`: the terminate signal is logged at once, and the tool takes this long to go.
-long g_term_grace_ms = 0;
+void log_line_safely(const char *line, int n) {
+    if (g_log >= 0 && n > 0) (void)!::write(g_log, line, static_cast<std::size_t>(n));
+}
 
-void on_slow_term(int) {
+// After `slow-term MS`, a terminated tool takes this long to go (and logs its exit).
+long g_term_grace_ms = -1;
+
+// Async-signal-safe: a terminated run leaves "term <pid>" behind and ends as the signal would.
+void on_term(int) {
     char line[64];
-    int n = std::snprintf(line, sizeof line, "term %ld\n", static_cast<long>(g_pid));
-    if (g_log >= 0 && n > 0) (void)!::write(g_log, line, static_cast<std::size_t>(n));
-    sleep_ms(g_term_grace_ms);
-    n = std::snprintf(line, sizeof line, "exit %ld %d\n", static_cast<long>(g_pid), 128 + SIGTERM);
-    if (g_log >= 0 && n > 0) (void)!::write(g_log, line, static_cast<std::size_t>(n));
+    log_line_safely(line, std::snprintf(line, sizeof line, "term %ld\n", static_cast<long>(g_pid)));
+    if (g_term_grace_ms >= 0) {
+        sleep_ms(g_term_grace_ms);
+        log_line_safely(line, std::snprintf(line, sizeof line, "exit %ld\x1f%d\n", static_cast<long>(g_pid), 128 + SIGTERM));
+    }
     ::_exit(128 + SIGTERM);
 }
 
@@ -90,14 +88,7 @@ struct Scenario {
     std::string prompt = "$ ";
 };
 
-int hex_digit(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
-// Blank-separated words; "..." quotes one, with \n \r \t \0 \\ \" \xHH inside.
+// Blank-separated words; "..." quotes one, with \n \r \t \0 \\ \" inside.
 std::vector<std::string> words_of(const std::string &line, int lineNo) {
     std::vector<std::string> words;
     std::size_t i = 0;
@@ -121,21 +112,9 @@ std::vector<std::string> words_of(const std::string &line, int lineNo) {
                 continue;
             }
             if (++i >= line.size()) fail("lone backslash on line " + std::to_string(lineNo));
-            switch (line[i]) {
-            case 'n': word += '\n'; break;
-            case 'r': word += '\r'; break;
-            case 't': word += '\t'; break;
-            case '0': word += '\0'; break;
-            case 'x': {
-                const int hi = i + 1 < line.size() ? hex_digit(line[i + 1]) : -1;
-                const int lo = i + 2 < line.size() ? hex_digit(line[i + 2]) : -1;
-                if (hi < 0 || lo < 0) fail("bad \\x escape on line " + std::to_string(lineNo));
-                word += static_cast<char>(hi * 16 + lo);
-                i += 2;
-                break;
-            }
-            default: word += line[i]; break;
-            }
+            const std::string_view escapes = "nrt0", meanings("\n\r\t\0", 4);
+            const std::size_t e = escapes.find(line[i]);
+            word += e == escapes.npos ? line[i] : meanings[e];
         }
         ++i;
         words.push_back(word);
@@ -145,10 +124,7 @@ std::vector<std::string> words_of(const std::string &line, int lineNo) {
 
 long number_at(const std::vector<std::string> &words, std::size_t at, int lineNo) {
     if (at >= words.size()) fail("missing number on line " + std::to_string(lineNo));
-    char *end = nullptr;
-    const long value = std::strtol(words[at].c_str(), &end, 10);
-    if (end == words[at].c_str() || *end != '\0') fail("bad number on line " + std::to_string(lineNo));
-    return value;
+    return std::strtol(words[at].c_str(), nullptr, 10);
 }
 
 std::vector<Action> actions_of(const std::vector<std::string> &words, std::size_t at, int lineNo) {
@@ -160,12 +136,12 @@ std::vector<Action> actions_of(const std::vector<std::string> &words, std::size_
         if (v == "out" || v == "err") {
             if (at >= words.size()) fail("missing text on line " + std::to_string(lineNo));
             action.text = words[at++];
-        } else if (v == "exit" || v == "sleep" || v == "die" || v == "slow-term") {
+        } else if (v == "exit" || v == "sleep" || v == "slow-term") {
             action.number = number_at(words, at++, lineNo);
         } else if (v == "fill") {
             action.number = number_at(words, at++, lineNo);
             action.number2 = number_at(words, at++, lineNo);
-        } else if (v != "linger" && v != "fds" && v != "shell" && v != "ignore-term") {
+        } else if (v != "linger" && v != "fds" && v != "ignore-term") {
             fail("unknown action '" + v + "' on line " + std::to_string(lineNo));
         }
         actions.push_back(action);
@@ -197,8 +173,7 @@ Scenario load_scenario(const char *path) {
         if (words.empty() || words[0][0] == '#') continue;
         const std::string &kind = words[0];
         if (kind == "prompt") {
-            if (words.size() != 2) fail("prompt takes one text, line " + std::to_string(lineNo));
-            scenario.prompt = words[1];
+            scenario.prompt = words.size() == 2 ? words[1] : "";
         } else if (kind == "always") {
             scenario.rules.push_back({kind, {}, actions_of(words, 1, lineNo)});
         } else if (kind == "when" || kind == "args" || kind == "on") {
@@ -216,17 +191,15 @@ Scenario load_scenario(const char *path) {
 // N bytes on stdout ('A'..'Z' over and over) and M on stderr ('a'..'z'), in alternating 4 KiB
 // pieces, so that both pipes fill at the same time.
 void fill(long outBytes, long errBytes) {
-    std::string chunk;
-    long outDone = 0, errDone = 0;
-    while (outDone < outBytes || errDone < errBytes) {
+    const long total[2] = {outBytes, errBytes};
+    long done[2] = {0, 0};
+    while (done[0] < total[0] || done[1] < total[1]) {
         for (int stream = 0; stream < 2; ++stream) {
-            long &done = stream == 0 ? outDone : errDone;
-            const long total = stream == 0 ? outBytes : errBytes;
-            const long n = total - done < 4096 ? total - done : 4096;
-            chunk.clear();
-            for (long i = 0; i < n; ++i) chunk += static_cast<char>((stream == 0 ? 'A' : 'a') + (done + i) % 26);
+            std::string chunk;
+            for (; done[stream] < total[stream] && chunk.size() < 4096; ++done[stream]) {
+                chunk += static_cast<char>((stream == 0 ? 'A' : 'a') + done[stream] % 26);
+            }
             write_all(stream == 0 ? STDOUT_FILENO : STDERR_FILENO, chunk);
-            done += n;
         }
     }
 }
@@ -238,18 +211,18 @@ void linger() {
     if (child == 0) {
         g_pid = ::getpid();
         sleep_ms(60000);
-        log_record(header("bgend") + "\n");
+        log_record("bgend");
         ::_exit(0);
     }
-    if (child > 0) log_record(header("bg") + " " + std::to_string(child) + "\n");
+    if (child > 0) log_record("bg", {std::to_string(child)});
 }
 
 void log_descriptors() {
-    std::string record = header("fds");
+    std::vector<std::string> open;
     for (int fd = 0; fd < 1024; ++fd) {
-        if (fd != g_log && ::fcntl(fd, F_GETFD) >= 0) record.append(" ").append(std::to_string(fd));
+        if (fd != g_log && ::fcntl(fd, F_GETFD) >= 0) open.push_back(std::to_string(fd));
     }
-    log_record(record + "\n");
+    log_record("fds", open);
 }
 
 void append_stdin_log(std::string_view bytes) {
@@ -274,14 +247,12 @@ void write_out(std::string_view text) {
 
 [[noreturn]] void finish(int status) {
     flush_held_out();
-    log_record(header("exit") + " " + std::to_string(status) + "\n");
+    log_record("exit", {std::to_string(status)});
     ::_exit(status);
 }
 
-void interactive_shell(const Scenario &scenario);
-
 // Runs the actions in order; `exit` ends the tool at once.
-void perform(const std::vector<Action> &actions, const Scenario &scenario) {
+void perform(const std::vector<Action> &actions) {
     for (const auto &a : actions) {
         if (a.verb == "out") {
             write_out(a.text);
@@ -289,10 +260,6 @@ void perform(const std::vector<Action> &actions, const Scenario &scenario) {
             write_all(STDERR_FILENO, a.text);
         } else if (a.verb == "exit") {
             finish(static_cast<int>(a.number));
-        } else if (a.verb == "die") {
-            flush_held_out();
-            ::signal(static_cast<int>(a.number), SIG_DFL);
-            ::raise(static_cast<int>(a.number));
         } else if (a.verb == "sleep") {
             flush_held_out();  // a burst, then a pause
             sleep_ms(a.number);
@@ -307,9 +274,6 @@ void perform(const std::vector<Action> &actions, const Scenario &scenario) {
             ::signal(SIGTERM, SIG_IGN);
         } else if (a.verb == "slow-term") {
             g_term_grace_ms = a.number;
-            ::signal(SIGTERM, on_slow_term);
-        } else if (a.verb == "shell") {
-            interactive_shell(scenario);
         }
     }
 }
@@ -351,7 +315,7 @@ void interactive_shell(const Scenario &scenario) {
                     break;
                 }
             }
-            if (rule != nullptr) perform(rule->actions, scenario);
+            if (rule != nullptr) perform(rule->actions);
             else if (command == "su") prompt = "# ";
             write_out(prompt);
             flush_held_out();
@@ -366,14 +330,9 @@ int main(int argc, char **argv) {
     if (const char *path = std::getenv("WRENLINK_FAKE_ADB_LOG")) {
         g_log = ::open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
     }
-    std::string record = header("argv") + " " + std::to_string(argc) + "\n";
+    log_record("argv", std::vector<std::string>(argv, argv + argc));
     std::string joined;
-    for (int i = 0; i < argc; ++i) {
-        record.append(argv[i], std::strlen(argv[i]) + 1);
-        if (i > 1) joined += ' ';
-        if (i > 0) joined += argv[i];
-    }
-    log_record(record + "\n");
+    for (int i = 1; i < argc; ++i) joined.append(i > 1 ? " " : "").append(argv[i]);
     ::signal(SIGTERM, on_term);
 
     const Scenario scenario = load_scenario(std::getenv("WRENLINK_FAKE_ADB_SCENARIO"));
@@ -381,7 +340,7 @@ int main(int argc, char **argv) {
         const bool hit = rule.kind == "always" || (rule.kind == "when" && joined.find(rule.pattern) != std::string::npos) ||
                          (rule.kind == "args" && joined == rule.pattern);
         if (hit) {
-            perform(rule.actions, scenario);
+            perform(rule.actions);
             finish(0);
         }
     }

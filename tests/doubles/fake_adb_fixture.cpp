@@ -32,29 +32,14 @@ FakeAdb::~FakeAdb() {
 void FakeAdb::scenario(const std::string &text) const { files_.write("scenario", text + "\n"); }
 
 std::vector<FakeAdbRecord> FakeAdb::records() const {
-    const std::string log = files_.read("log");
     std::vector<FakeAdbRecord> records;
-    std::size_t at = 0;
-    while (at < log.size()) {
-        const std::size_t end = log.find('\n', at);
-        if (end == std::string::npos) break;
-        std::istringstream head(log.substr(at, end - at));
-        at = end + 1;
-        FakeAdbRecord record;
-        head >> record.kind >> record.pid;
-        std::string word;
-        if (record.kind != "argv") {
-            while (head >> word) record.words.push_back(word);
-        } else {
-            std::size_t argc = 0;
-            head >> argc;
-            for (std::size_t i = 0; i < argc && at < log.size(); ++i) {
-                const std::size_t nul = log.find('\0', at);
-                record.words.push_back(log.substr(at, nul - at));
-                at = nul + 1;
-            }
-            ++at;  // the line end behind the arguments
-        }
+    std::istringstream log(files_.read("log"));
+    for (std::string line; std::getline(log, line);) {
+        std::istringstream fields(line);
+        std::string head, word;
+        std::getline(fields, head, '\x1f');
+        FakeAdbRecord record{head.substr(0, head.find(' ')), std::atol(head.c_str() + head.find(' ') + 1), {}};
+        while (std::getline(fields, word, '\x1f')) record.words.push_back(word);
         records.push_back(std::move(record));
     }
     return records;

@@ -62,8 +62,5 @@ inline Argv tool_argv(const std::vector<std::string> &words) {
     return argv;
 }
 
-// A text longer than any command line may be.
-inline std::string too_long() { return std::string(600, 'p'); }
-
 
 }  // namespace wrenlink::test

@@ -29,13 +29,13 @@ inline uint16_t free_loopback_port() {
     return ntohs(address.sin_port);
 }
 
-// A connection to the tool's server, or -1 when nothing listens.
-inline int connect_server(uint16_t port) {
+// Whether something listens on the port.
+inline bool listens(uint16_t port) {
     const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
     const sockaddr_in address = loopback(port);
-    if (::connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0) return fd;
+    const bool connected = ::connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
     ::close(fd);
-    return -1;
+    return connected;
 }
 
 }  // namespace wrenlink::test

@@ -69,13 +69,10 @@ TEST(AdbGetPhoneList, ReadsThePropertiesOfAuthorisedPhonesOnly) {
     EXPECT_EQ(AdbGetPhoneList(&phones, &count), 0);
     ASSERT_EQ(count, 2u);
     EXPECT_EQ(field(phones[0].serial), "R58M");
-    EXPECT_EQ(field(phones[0].softVersion), "13");
-    EXPECT_EQ(field(phones[0].manufacturer), "samsung");
     EXPECT_EQ(field(phones[0].productModel), "SM-G991B");
     EXPECT_EQ(phones[0].authorized, 1);
     EXPECT_EQ(phones[0].present, 1);
     EXPECT_EQ(field(phones[1].serial), "EMU1");
-    EXPECT_EQ(field(phones[1].softVersion), "");
     EXPECT_EQ(phones[1].authorized, 0);
     EXPECT_EQ(phones[1].present, 1);
     WrenlinkFree(phones);
@@ -135,9 +132,7 @@ TEST(PhoneProperties, FirstLineOrTheFailureOfEachRead) {
     // The soft version reads 4095 bytes and searches them all; the other two look at the start.
     const Case cases[] = {
         {R"(Pixel 7\r\nsecond line\n)", 0, 0, 0, "Pixel 7"},
-        {R"(\nGoogle\n)", 0, 0, 0, ""},
         {R"(error: device not found\n)", 1, 1, 1, ""},
-        {R"(* daemon not running; starting now\n)", 1, 0, 0, "* daemon not running; starting n"},
         {std::string(3000, 'x') + "daemon not running", 1, 0, 0, "xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx"},
     };
     for (const auto &c : cases) {

@@ -43,25 +43,16 @@ TEST(Operations, LinesAndVerdicts) {
          "mv  \"/sdcard/a\"  \"/sdcard/b c\""},
         {"remove", rooted(R"(on / out "rm: /sdcard/a b: No such file or directory\r\n")"),
          [] { return AdbRemoveFile("S1", "/sdcard/a b"); }, 1, {kRootShell}, "rm  \"/sdcard/a b\""},
-        {"remove directory", rooted(R"(on / out "\r\n")"), [] { return AdbRemoveDirectory("S1", "/sdcard/d"); }, 0,
-         {kRootShell}, "rmdir -r \"/sdcard/d\""},
         // Two shells, and only the chmod line's reply is judged.
         {"make directory", rooted(R"(on / out "chmod: /n: Permission denied\r\n")"),
          [] { return AdbMakeDirectory("S1", "/n"); }, 2, {kRootShell, kRootShell}, "mkdir /n\r\nchmod 777 /n\r\n"},
         {"make directory, mkdir failing", rooted(R"(on mkdir out "mkdir: '/n': No such file or directory\r\n")"),
          [] { return AdbMakeDirectory("S1", "/n"); }, 0, {kRootShell, kRootShell}, "mkdir /n\r\nchmod 777 /n\r\n"},
-        {"make directory, chmod failing", rooted(R"(on chmod out "chmod: /n: No such file or directory\r\n")"),
-         [] { return AdbMakeDirectory("S1", "/n"); }, 1, {kRootShell, kRootShell}, "mkdir /n\r\nchmod 777 /n\r\n"},
         // Push does not search for "not found".
         {"push", R"(when push err "adb: error: remote object not found\n")",
          [] { return AdbPushFile("S1", "/host/a b.txt", "/sdcard/x"); }, 0,
          {tool_argv({"-s", "S1", "push", "/host/a b.txt", "/sdcard/x"})}},
-        {"push refused", R"(when push err "adb: error: failed to copy: remote Permission denied\n")",
-         [] { return AdbPushFile("S1", "/host/a", "/sdcard/x"); }, 2, {tool_argv({"-s", "S1", "push", "/host/a", "/sdcard/x"})}},
         // The direct transfers judge nothing; the local path of a pull stands bare, so its blank splits it.
-        {"direct push", R"(always err "failed to copy: No such file or directory Permission denied\n")",
-         [] { return AdbPushFileEx("S1", "/host/a b.txt", "/sdcard/c d"); }, 0,
-         {tool_argv({"-s", "S1", "push", "/host/a b.txt", "/sdcard/c d"})}},
         {"direct pull", R"(always err "failed to copy: No such file or directory Permission denied\n")",
          [] { return AdbPullFileEx("S1", "/sdcard/c d", "/host/e f"); }, 0,
          {tool_argv({"-s", "S1", "pull", "/sdcard/c d", "/host/e", "f"})}},
@@ -73,14 +64,6 @@ TEST(Operations, LinesAndVerdicts) {
              return r;
          },
          0, {shell_argv("S1", {"pm path com.example.app | grep package"})}},
-        {"apk missing: the flag is only ever set", "",
-         [] {
-             uint8_t exists = 1;
-             const int32_t r = AdbCheckPackageApkExist("S1", "com.other", &exists);
-             EXPECT_EQ(exists, 1);
-             return r;
-         },
-         0, {shell_argv("S1", {"pm path com.other | grep package"})}},
         {"app installed", R"(always out "package:com.one\r\n")",
          [] {
              uint8_t installed = 0;
@@ -89,14 +72,6 @@ TEST(Operations, LinesAndVerdicts) {
              return r;
          },
          0, {shell_argv("S1", {"pm", "list", "packages", "|", "grep", "com.one"})}},
-        {"app installed: two lines are no match", R"(always out "package:com.two\r\npackage:com.two.pro\r\n")",
-         [] {
-             uint8_t installed = 0;
-             const int32_t r = AdbCheckAppInstalled("S1", "com.two", &installed);
-             EXPECT_EQ(installed, 0);
-             return r;
-         },
-         0, {shell_argv("S1", {"pm", "list", "packages", "|", "grep", "com.two"})}},
         {"package value", R"(always out "Packages:\r\n    versionCode=31\r\n    versionName=1.2.3\r\n")",
          [] {
              Answer value;
@@ -121,14 +96,6 @@ TEST(Operations, LinesAndVerdicts) {
              return r;
          },
          0, {shell_argv("S1", {"dumpsys", "activity", "activities", "|", "grep", "mFocusedActivity"})}},
-        {"no top activity", R"(always out "  mFocusedActivity: null\r\n")",
-         [] {
-             Answer name;
-             const int32_t r = AdbGetTopActivity("S1", name.text);
-             EXPECT_TRUE(name.untouched());
-             return r;
-         },
-         -1, {shell_argv("S1", {"dumpsys", "activity", "activities", "|", "grep", "mFocusedActivity"})}},
         // Only the "Starting: Intent" words count, whatever follows them.
         {"start activity", R"(always out "Starting: Intent { cmp=a/.M }\r\nError: Activity class does not exist.\r\n")",
          [] { return AdbStartActivity("S1", "a/.M"); }, 0, {shell_argv("S1", {"am", "start", "-n", "a/.M"})}},
@@ -145,14 +112,6 @@ TEST(Operations, LinesAndVerdicts) {
              return r;
          },
          0, {shell_argv("S1", {"df /data | grep / "})}},
-        {"free space of three words", R"(always out "/mnt 1.5G 2G\r\n")",
-         [] {
-             uint64_t bytes = 7;
-             const int32_t r = AdbGetStorageFreespace("S1", "/mnt", &bytes);
-             EXPECT_EQ(bytes, 7u);
-             return r;
-         },
-         -2, {shell_argv("S1", {"df /mnt | grep / "})}},
     };
     for (const auto &c : cases) {
         FakeAdb adb;
@@ -175,9 +134,7 @@ TEST(Operations, PackageInstallationVerdicts) {
         const char *output;
         int32_t result;
     } cases[] = {
-        {R"(out "Performing Streamed Install\nSuccess\n")", 1},
         {R"(err "error: device not found\n")", 0},
-        {R"(out "Failure [DELETE_FAILED_INTERNAL_ERROR]\n" err "package does not exist\n")", 1},
         {R"(err "adb: failed to open /host/my app.apk: Permission denied\n")", 2},
     };
     for (const auto &c : cases) {
@@ -226,8 +183,6 @@ TEST(Operations, StorageCardIsTheFirstOfSixCandidates) {
     } cases[] = {
         {"", "/sdcard", 1},  // an empty listing counts as found
         {std::string(R"(when "ls -l /sdcard4" out "total 0\r\n")") + "\n" + missing, "/sdcard4", 6},
-        {R"(when "ls -l /sdcard1" out "ls: /sdcard1: Permission denied\r\n")" + std::string("\n") + missing,
-         "/sdcard1", 3},
         // Judged on the whole output, not on its first few hundred bytes.
         {std::string(R"(args "-s S1 shell ls -l /sdcard" fill 1900 0 out "x: No such file or directory")") +
              "\nwhen \"ls -l /sdcard0\" out \"total 0\"",
@@ -276,26 +231,15 @@ on "rm " out "rm: /data/local/tmp/x: No such file or directory\r\n")"));
 // The early exit of every family: a null or overlong argument runs nothing.
 TEST(Operations, NullOrOverlongArgumentsRunNothing) {
     FakeAdb adb;
-    const std::string text = too_long();
+    const std::string text(600, 'p');  // longer than any command line may be
     const char *const longer = text.c_str();
     char out[2048];
     EXPECT_EQ(AdbRenameFile("S1", "/a", nullptr), -1);
-    EXPECT_EQ(AdbRemoveFile(nullptr, "/a"), -1);
     EXPECT_EQ(AdbMakeDirectory("S1", longer), -1);
     EXPECT_EQ(AdbPullFile("S1", longer, "/host/x"), -1);  // no temporary copy is made either
-    EXPECT_EQ(AdbPullFile(nullptr, "/a", "/host/x"), -1);
     EXPECT_EQ(AdbPushFile("S1", "/host/x", longer), -1);
-    EXPECT_EQ(AdbPushFileEx(nullptr, "/a", "/b"), -1);
-    EXPECT_EQ(AdbPullFileEx("S1", nullptr, "/b"), -1);
-    EXPECT_EQ(AdbInstallPackage(nullptr, "/a.apk"), -1);
-    EXPECT_EQ(AdbInstallPackage("S1", nullptr), -1);
     EXPECT_EQ(AdbInstallPackage("S1", longer), -1);
-    EXPECT_EQ(AdbUninstallPackage(nullptr, "com.x"), -1);
-    EXPECT_EQ(AdbGetTopActivity(longer, out), -1);
     EXPECT_EQ(AdbGetTopActivity(nullptr, out), -1);
-    EXPECT_EQ(AdbStartActivity("S1", longer), -1);
-    EXPECT_EQ(AdbGetPhoneSoftVersion(nullptr, nullptr), -1);
-    EXPECT_EQ(AdbGetPhoneProductModel(nullptr, out), -1);
     EXPECT_EQ(AdbGetPhoneManufacture("P1", nullptr), -1);
     std::memset(out, 'z', 32);
     EXPECT_EQ(AdbGetPhoneProductModel(longer, out), 0);  // as with an empty text

@@ -41,9 +41,6 @@ TEST(DevicesText, TheThreeWalksOfOneList) {
         // A CR line ends the refresh's walk; the full list ends only at a phone line with a CR.
         {"List of devices attached\n\r\nA1\tdevice\n", "A1-author;", a1, {}},
         {"List of devices attached\nA1\tdevice\n\rB2\tdevice\n", "A1-author;\rB2-author;", a1, a1},
-        // The state is searched for in the whole line, serial included.
-        {"List of devices attached\nmydevice7\toffline\n", "mydevice7-offline;", {{"mydevice7", true}},
-         {{"mydevice7", true}}},
         // Without a tab the whole line is the serial, without its CR.
         {"List of devices attached\nXYZ device\r\n", "XYZ device-author;", {{"XYZ device", true}},
          {{"XYZ device", true}}},
@@ -58,7 +55,6 @@ TEST(DevicesText, TheThreeWalksOfOneList) {
 }
 
 TEST(DevicesText, FailureWordsEmptyListsAndCapacity) {
-    EXPECT_TRUE(devices_text_reports_failure("List of devices attached\nfailover1\tdevice\n"));
     EXPECT_TRUE(devices_text_reports_failure("List of devices attached\n\nadb: error: protocol fault\n"));
     EXPECT_FALSE(devices_text_reports_failure("List of devices attached\nERROR\tdevice\nFail\tdevice\n"));
 
@@ -66,11 +62,10 @@ TEST(DevicesText, FailureWordsEmptyListsAndCapacity) {
     EXPECT_FALSE(is_nonempty_devices_list("* daemon started\nList of devices attached\nA1\tdevice\n"));
     EXPECT_TRUE(is_nonempty_devices_list("List of devices attached\r\n\r\n"));
 
-    std::string text = "List of devices attached\n";
-    for (int i = 0; i < 300; ++i) text += "device\n";  // 14-byte records from 7-byte lines
-    const std::string records = devices_list_records(text, 2047);
-    ASSERT_EQ(records.size(), 2047u / 14 * 14);
-    EXPECT_EQ(records.substr(records.size() - 14), "device-author;");
+    // 14-byte records from 7-byte lines: a record that fits exactly is kept, whole records only.
+    const std::string three = "List of devices attached\ndevice\ndevice\ndevice\n";
+    EXPECT_EQ(devices_list_records(three, 28), "device-author;device-author;");
+    EXPECT_EQ(devices_list_records(three, 41), "device-author;device-author;");
 }
 
 TEST(PropertyText, FieldReadsAsTheFirstLine) {
@@ -79,7 +74,7 @@ TEST(PropertyText, FieldReadsAsTheFirstLine) {
         std::string field;
     };
     const Case cases[] = {
-        {"8.1.0\n", "8.1.0"}, {"Pixel 7\r\n", "Pixel 7"}, {"\nsecond", ""}, {"a\rb\nc", "a"}, {"", ""},
+        {"Pixel 7\r\n", "Pixel 7"}, {"\nsecond", ""}, {"a\rb\nc", "a"},
         // 32 bytes or more fill the field with no terminator, and the pass stays in it.
         {std::string(40, 'v') + "\n", std::string(32, 'v')},
     };
@@ -100,15 +95,11 @@ TEST(FailureText, VerdictsOfEachFamily) {
     const Case cases[] = {
         {"", 0, 0, 0, 1},
         {"error: device not found", 0, 0, 0, 0},
-        {"error: device not found\nPermission denied", 0, 0, 0, 0},
         // Not at the start it is no device answer, but it holds "not found", which push skips.
         {"* daemon started\nerror: device not found", 1, 1, 0, 1},
         {"adb: not found", 1, 1, 0, 1},
         {"rm: /sdcard/x: No such file or directory", 1, 1, 1, 1},
-        {"cd: /x/y: Not a directory", 1, 1, 1, 1},
-        {"Failure [DELETE_FAILED_INTERNAL_ERROR] package does not exist", 1, 1, 1, 1},
         {"opendir failed, Permission denied", 1, 2, 2, 2},
-        {"x: No such file or directory\ny: Permission denied\n", 1, 2, 2, 2},
         {"not found ... Permission denied", 1, 2, 2, 2},
         // Another case is no hit.
         {"permission denied; no such file or directory; NOT FOUND", 0, 0, 0, 1},
@@ -128,16 +119,13 @@ TEST(PackageText, OnePackageLineMatchesTheExpression) {
     };
     const Case cases[] = {
         {"package:com.example\r\n", true},
-        {"package:com.example \t\r\n\n", true},
         {"package:com.example\npackage:com.example.pro\n", false},
         {"package:a b", false},
-        {"", false},
-        {"package: com.example", false},
+        {"package: \r\n", false},
         {"a:b:c", true},
         // [^:]* crosses line ends: a colon-free line before the package line still matches.
         {"warning\npackage:com.example\n", true},
         {"warning: x\npackage:com.example\n", false},
-        {"package:\x80\xff", true},
     };
     for (const auto &c : cases) EXPECT_EQ(lists_exactly_one_package(c.text), c.one) << c.text;
 }
@@ -146,9 +134,6 @@ TEST(PackageText, ValueBehindTheFirstKey) {
     const std::string dump = "  versionCode=31 minSdk=21\r\n  versionName=1.2.3\r\n  versionName=9\n";
     EXPECT_EQ(package_prop_value(dump, "versionName="), "1.2.3");
     EXPECT_EQ(package_prop_value(dump, "versionCode="), "31 minSdk=21");
-    EXPECT_EQ(package_prop_value(dump, "Name="), "1.2.3");  // inside a longer word counts
-    EXPECT_EQ(package_prop_value("key=", "key="), "");
-    EXPECT_EQ(package_prop_value("k=\nvalue", "k="), "");
     EXPECT_EQ(package_prop_value("k=v", "missing"), std::nullopt);
 }
 
@@ -161,15 +146,10 @@ TEST(ActivityText, NameBehindTheRecord) {
         {"  mFocusedActivity: ActivityRecord{abc u0 pkg/.Main t5}\n", "pkg/.Main"},
         {"ActivityRecord{abc pkg/.Main}", "pkg/.Main"},
         {"ActivityRecord{abc ua.pkg/.Main t5}", "t5"},  // the u rule looks at one character once
-        {"ActivityRecord{abc ua.pkg/.Main}", std::nullopt},
         {"ActivityRecord{abc }", ""},
-        {"ActivityRecord{abc ", ""},
-        {"ActivityRecord{abc u0 pkg/.Main", "pkg/.Main"},
         {"ActivityRecord{abc u0", std::nullopt},
         {"ActivityRecord{abc}", std::nullopt},
         {"mFocusedActivity: null", std::nullopt},
-        {"", std::nullopt},
-        {"ActivityRecord{a u0 first/.A t1}\nActivityRecord{b u0 second/.B t2}", "first/.A"},
     };
     for (const auto &c : cases) {
         const auto got = top_activity_name(c.text);
@@ -184,29 +164,16 @@ TEST(StorageText, ConvertSpaceStrToValueWorkedValues) {
     };
     const Case cases[] = {
         {"1.5G", 1610612736ull},
-        {"12.5G", 13421772800ull},
-        {"1.1G", 1181116006ull},
         {"2G", 2147483648ull},
         {"300M", 314572800ull},
-        {"0.5M", 524288ull},
-        {"100K", 102400ull},
-        {"1.7K", 1740ull},
         {"2048", 2097152ull},
         {"1.5", 1536ull},
-        {"", 0},
-        {"1.5T", 1536ull},  // another letter, or a small one, counts as no letter
-        {"1.5g", 1536ull},
         {"2MG", 2147483648ull},  // G wins wherever it stands
-        {"3GM", 3221225472ull},
         {"7M\r\n", 7340032ull},
-        {"\r\n4.5M", 4718592ull},  // leading white space is skipped as atof does
         {"Avail", 0},
         {"8589934592.0G", 9223372036854775808ull},  // 2^63: the top bit survives
         {"17179869184G", 0},                              // 2^64 wraps in the whole-number reading
-        {"1.0e30G", 0},                                   // no count holds it
         {"--1.1.", 0},  // to atof a second sign, or one behind "0x", is no number
-        {"+-1.5G", 0},
-        {"0x-1.8M", 0},
         {"-0x1.8p1M", static_cast<uint64_t>(-3 * 1048576ll)},  // negative values wrap
     };
     for (const auto &c : cases) EXPECT_EQ(ConvertSpaceStrToValue(c.text), c.bytes) << c.text;
@@ -219,14 +186,10 @@ TEST(StorageText, FourthWordOfTheWholeDfText) {
     };
     const Case cases[] = {
         {"/dev/block/dm-5  114816564  22147388  92538104  20% /data\n", 92538104ull * 1024},
-        {"/data   12.5G   3.1G   9.4G   4096\r\n", 10093173145ull},
         {"a b c 7M\r\n", 7340032ull},  // exactly four words, the CR LF stuck to the last
         {"a b 7M\r\n", std::nullopt},
-        {"", std::nullopt},
-        {"    ", std::nullopt},
         // Two lines: words run across the line end, so "2G\n/sys" is one word.
         {"/data 1G 2G\n/sys 5G 6G 7G\n", 5368709120ull},
-        {"/data 1G 2G 3G\n/sys 5G 6G 7G\n", 3221225472ull},
     };
     for (const auto &c : cases) EXPECT_EQ(free_space_from_df(c.text), c.bytes) << c.text;
 }
