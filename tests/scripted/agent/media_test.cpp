@@ -33,7 +33,7 @@ TEST(Media, WorkedPacketsAndAList) {
                   .expect(bytes("fc 9c cf f0 00 00 00 00 68 00 00 00 00 00 00 00 00 00 00 00"))
                   .send(reply(0, item(0xA1B2C3D4u, "a.jpg", 1ull << 40, "/p", ~0ull, "") + item(4, "", 5, "", 6, "z")))
                   .expect(bytes("fc 9c cf f0 03 00 00 00 69 00 00 00 00 00 00 00 00 00 00 00 61 62 63"))
-                  .send(reply(5)).read(20).send(reply(0)));
+                  .send(reply(5)).expect_request(101).send(reply(0)));
     NetConnection *conn = NetConnectionOpen("127.0.0.1", agent.port());
     __MediaBean head{};
     uint32_t count = 0;
@@ -66,7 +66,7 @@ TEST(Media, ItemsAcrossManyWindowsAndOneLargerThanAWindow) {
                         ~uint64_t{i}, big);
     }
     ScriptedAgent agent;
-    agent.add(Script().read(20).send(reply(0, payload)));
+    agent.add(Script().expect_request(104).send(reply(0, payload)));
     NetConnection *conn = NetConnectionOpen("127.0.0.1", agent.port());
     __MediaBean streamed{};
     uint32_t count = 0;
