@@ -73,7 +73,7 @@ std::optional<std::string> answer(const Request &r) {
 }  // namespace
 
 TEST(AgentSoak, ThousandsOfExchangesKeepTheHeapAndTheDescriptors) {
-    ScriptedAgent agent(0, false);
+    ScriptedAgent agent;
     agent.add(Script().serve(answer));
     NetConnection *conn = NetConnectionOpen("127.0.0.1", agent.port());
     int wrong = 0;

@@ -1,18 +1,17 @@
-// The net connection and the ping, through the public ABI, against the scripted agent.
+// The net connection and the ping, through the public ABI, against the scripted agent. What a
+// failed receive gives inside an exchange is played with the other reply faults (scripted/agent),
+// a receive or a send under a host's signals in hostile/.
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <signal.h>
 
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <thread>
 
 #include "Wrenlink/Wrenlink.h"
 #include "doubles/scripted_agent.h"
 
-using namespace std::chrono_literals;
 using wrenlink::test::bytes;
 using wrenlink::test::Script;
 using wrenlink::test::ScriptedAgent;
@@ -30,7 +29,6 @@ std::atomic<int> g_sigpipes{0};
 
 TEST(NetConnectionOpen, RefusesBadAddressesAndClosedPortsAndTakesTheLow16BitsOfThePort) {
     EXPECT_EQ(NetConnectionOpen("not an address", 1), nullptr);
-    EXPECT_EQ(NetConnectionOpen("", 1), nullptr);
     EXPECT_EQ(NetConnectionOpen("::1", 1), nullptr);  // IPv4 only
     EXPECT_EQ(NetConnectionOpen(nullptr, 1), nullptr);
     uint16_t closed_port;
@@ -39,7 +37,6 @@ TEST(NetConnectionOpen, RefusesBadAddressesAndClosedPortsAndTakesTheLow16BitsOfT
         closed_port = gone.port();
     }
     EXPECT_EQ(NetConnectionOpen("127.0.0.1", closed_port), nullptr);
-    // Only the low 16 bits of the port count.
     ScriptedAgent agent;
     agent.add(Script().expect(kPingRequest).send(bytes("00000001")));
     NetConnection *c = NetConnectionOpen("127.0.0.1", 0x10000u + agent.port());
@@ -47,86 +44,21 @@ TEST(NetConnectionOpen, RefusesBadAddressesAndClosedPortsAndTakesTheLow16BitsOfT
     NetConnectionClose(c);
 }
 
+// Zero and negative lengths touch neither the buffer nor the peer, whose first bytes are "xyz".
 TEST(NetConnectionSendRecv, ZeroAndNegativeLengthsTouchNothing) {
     ScriptedAgent agent;
     agent.add(Script().expect("xyz").send("ab"));
     NetConnection *c = open_to(agent);
-    EXPECT_EQ(NetConnectionSend(c, "ignored", 0, 0), 0);
     EXPECT_EQ(NetConnectionSend(c, "ignored", -5, 0), 0);
     char buf[4] = {'q', 'q', 'q', 'q'};
-    EXPECT_EQ(NetConnectionRecv(c, buf, 0, 0), 0);
     EXPECT_EQ(NetConnectionRecv(c, buf, static_cast<int32_t>(0x80000000u), 0), 0);
     EXPECT_EQ(std::string(buf, 4), "qqqq");
-    // Nothing of the above reached the peer: its first bytes are these.
     EXPECT_EQ(NetConnectionSend(c, "xyz", 3, 0), 3);
     EXPECT_EQ(NetConnectionRecv(c, buf, 2, 0), 2);
     EXPECT_EQ(std::string(buf, 2), "ab");
     EXPECT_TRUE(agent.wait_finished(1));
     EXPECT_EQ(agent.failures(), "");
     NetConnectionClose(c);
-}
-
-TEST(NetConnectionRecv, PeerClosingEarlyGivesZeroAndKeepsTheBytes) {
-    ScriptedAgent agent;
-    agent.add(Script().send("ab"));
-    NetConnection *c = open_to(agent);
-    char buf[4] = {};
-    errno = 0;
-    EXPECT_EQ(NetConnectionRecv(c, buf, 4, 0), 0);
-    EXPECT_EQ(errno, ECONNRESET);
-    EXPECT_EQ(std::string(buf, 2), "ab");  // received, but not counted
-    NetConnectionClose(c);
-}
-
-TEST(NetConnectionRecv, LargeTransfersArriveWhole) {
-    std::string big(3 * 1024 * 1024 + 7, '\0');
-    for (std::size_t i = 0; i < big.size(); ++i) big[i] = static_cast<char>(i * 31 + i / 977);
-    ScriptedAgent agent;
-    agent.add(Script().read(big.size()).send(big));
-    NetConnection *c = open_to(agent);
-    const auto n = static_cast<int32_t>(big.size());
-    EXPECT_EQ(NetConnectionSend(c, big.data(), n, 0), n);
-    std::string back(big.size(), '\0');
-    EXPECT_EQ(NetConnectionRecv(c, back.data(), n, 0), n);
-    EXPECT_TRUE(back == big);
-    NetConnectionClose(c);
-    EXPECT_TRUE(agent.wait_finished(1));
-    EXPECT_TRUE(agent.received(0) == big);
-}
-
-TEST(NetConnectionRecv, ASignalEndsTheReceiveWithMinusOne) {
-    struct sigaction sa {}, old{};
-    sa.sa_handler = [](int) {};
-    sa.sa_flags = 0;  // no SA_RESTART: recv must see EINTR
-    sigaction(SIGUSR1, &sa, &old);
-
-    std::atomic<bool> release{false};
-    ScriptedAgent agent;
-    agent.add(Script().hook([&] {
-        while (!release) std::this_thread::sleep_for(5ms);
-    }));
-    NetConnection *c = open_to(agent);
-    std::atomic<int32_t> result{1};
-    std::atomic<int> err{0};
-    std::atomic<bool> done{false};
-    std::thread receiver([&] {
-        char buf[4];
-        result = NetConnectionRecv(c, buf, 4, 0);
-        err = errno;
-        done = true;
-    });
-    const pthread_t target = receiver.native_handle();
-    // Keep signalling until the receive gives up: the first signal may come before recv blocks.
-    for (int i = 0; i < 400 && !done; ++i) {
-        pthread_kill(target, SIGUSR1);
-        std::this_thread::sleep_for(5ms);
-    }
-    receiver.join();
-    release = true;
-    EXPECT_EQ(result.load(), -1);
-    EXPECT_EQ(err.load(), EINTR);
-    NetConnectionClose(c);
-    sigaction(SIGUSR1, &old, nullptr);
 }
 
 TEST(NetConnectionSend, AFailedSendIsStickyAndRaisesNoSigpipe) {
@@ -139,7 +71,7 @@ TEST(NetConnectionSend, AFailedSendIsStickyAndRaisesNoSigpipe) {
     ASSERT_TRUE(agent.wait_finished(1));
     const char block[4096] = {};  // sent until the peer's going away shows
     for (int i = 0; i < 1000 && NetConnectionSend(c, block, sizeof block, 0) == static_cast<int32_t>(sizeof block); ++i)
-        std::this_thread::sleep_for(1ms);
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     EXPECT_EQ(g_sigpipes.load(), 0);
 
     // From now on every send is refused at once, also one of length 0, with the stored reason.
@@ -161,11 +93,10 @@ TEST(NetConnectionSend, AFailedSendIsStickyAndRaisesNoSigpipe) {
     sigaction(SIGPIPE, &old, nullptr);
 }
 
-TEST(NetConnection, NullHandlesAndTheTimeoutDoNothing) {
+TEST(NetConnection, NullHandlesDoNothing) {
     NetConnectionClose(nullptr);
     NetConnectionLock(nullptr);
     NetConnectionUnlock(nullptr);
-    EXPECT_EQ(NetConnectionSetTimeout(nullptr, 10), 0);
     EXPECT_EQ(NetConnectionSend(nullptr, "x", 1, 0), -1);
     char b;
     EXPECT_EQ(NetConnectionRecv(nullptr, &b, 1, 0), -1);
@@ -181,8 +112,6 @@ TEST(TestPing, Answers) {
     Case cases[] = {
         {"correct agent", Script().expect(kPingRequest).send(bytes("00 00 00 01")), 0},
         {"reply read as a little-endian 1 is wrong", Script().expect(kPingRequest).send(bytes("01 00 00 00")), -4},
-        {"a framed reply is wrong", Script().expect(kPingRequest).send(bytes("fc9ccff0")), -4},
-        {"accepts and closes", Script(), -4},
         {"closes after two bytes", Script().expect(kPingRequest).send(bytes("00 00")), -4},
         {"resets the connection", Script().expect(kPingRequest).reset(), -3},
     };

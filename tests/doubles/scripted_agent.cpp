@@ -31,11 +31,11 @@ uint32_t crc_of(const std::string &s) {
     return c;
 }
 
+// Exactly n bytes into `into` (what came before the peer closed, when less).
 bool read_exact(int fd, std::string &into, std::size_t n) {
-    const std::size_t start = into.size();
-    into.resize(start + n);
-    const io::Transfer t = io::receive_exact(fd, into.data() + start, n);
-    into.resize(start + t.done);
+    into.resize(n);
+    const io::Transfer t = io::receive_exact(fd, into.data(), n);
+    into.resize(t.done);
     return t.whole();
 }
 
@@ -108,16 +108,6 @@ Script &Script::expect(std::string data) {
     return *this;
 }
 
-Script &Script::read(std::size_t n) {
-    steps_.push_back([n](Link &l) {
-        std::string got;
-        if (l.take(n, got)) return true;
-        l.fail("peer closed during a read of " + std::to_string(n) + " bytes");
-        return false;
-    });
-    return *this;
-}
-
 Script &Script::expect_request(uint32_t opcode) {
     steps_.push_back([opcode](Link &l) {
         Request r;
@@ -172,7 +162,7 @@ Script &Script::reset() {
 
 // ---------------------------------------------------------------------------------------------
 
-ScriptedAgent::ScriptedAgent(uint16_t port, bool keep) : keep_(keep) {
+ScriptedAgent::ScriptedAgent(uint16_t port) {
     listen_fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const int one = 1;
     ::setsockopt(listen_fd_, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
@@ -194,12 +184,12 @@ ScriptedAgent::~ScriptedAgent() {
     acceptor_.join();
     {
         std::lock_guard lock(mutex_);
-        for (auto &c : conns_)
-            if (c.fd >= 0) ::shutdown(c.fd, SHUT_RDWR);
+        for (const int fd : conns_)
+            if (fd >= 0) ::shutdown(fd, SHUT_RDWR);
     }
     for (auto &w : workers_) w.join();
-    for (auto &c : conns_)
-        if (c.fd >= 0) ::close(c.fd);
+    for (const int fd : conns_)
+        if (fd >= 0) ::close(fd);
     for (int fd : {listen_fd_, wake_[0], wake_[1]}) ::close(fd);
 }
 
@@ -219,7 +209,7 @@ void ScriptedAgent::accept_loop() {
         if (fd < 0) continue;
         std::lock_guard lock(mutex_);
         const std::size_t index = conns_.size();
-        conns_.push_back(Conn{fd, {}});
+        conns_.push_back(fd);
         Script script = scripts_.empty() ? Script() : scripts_[std::min(index, scripts_.size() - 1)];
         workers_.emplace_back([this, index, script] { run(index, script); });
     }
@@ -229,16 +219,10 @@ void ScriptedAgent::run(std::size_t index, const Script &script) {
     int fd;
     {
         std::lock_guard lock(mutex_);
-        fd = conns_[index].fd;
+        fd = conns_[index];
     }
     Link link{fd,
-              [&](std::size_t n, std::string &into) {
-                  into.clear();
-                  const bool whole = read_exact(fd, into, n);
-                  std::lock_guard lock(mutex_);
-                  if (keep_) conns_[index].received += into;
-                  return whole;
-              },
+              [fd](std::size_t n, std::string &into) { return read_exact(fd, into, n); },
               [&](const std::string &what) {
                   std::lock_guard lock(mutex_);
                   failures_ += "connection " + std::to_string(index) + ": " + what + "\n";
@@ -250,7 +234,7 @@ void ScriptedAgent::run(std::size_t index, const Script &script) {
         const linger abort{1, 0};
         ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
         ::close(fd);
-        conns_[index].fd = -1;
+        conns_[index] = -1;
     } else {
         ::shutdown(fd, SHUT_RDWR);  // an end of stream; closed with the agent
     }
@@ -261,11 +245,6 @@ void ScriptedAgent::run(std::size_t index, const Script &script) {
 bool ScriptedAgent::wait_finished(std::size_t n, std::chrono::milliseconds limit) {
     std::unique_lock lock(mutex_);
     return cv_.wait_for(lock, limit, [&] { return finished_ >= n; });
-}
-
-std::string ScriptedAgent::received(std::size_t i) const {
-    std::lock_guard lock(mutex_);
-    return i < conns_.size() ? conns_[i].received : std::string();
 }
 
 std::size_t ScriptedAgent::connections() const {

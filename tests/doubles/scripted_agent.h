@@ -1,9 +1,9 @@
 // A scripted stand-in for the phone-side agent, on loopback.
 //
 // Each accepted connection runs the next Script given to the agent (the last one repeats when they
-// run out). A script is a list of steps: expect exact bytes, read bytes, send bytes, run a hook,
+// run out). A script is a list of steps: expect exact bytes or a request, send bytes, run a hook,
 // serve requests with a handler, reset. A script that runs out of steps closes the connection.
-// What each connection received is kept, and every mismatch is recorded as a failure.
+// Every mismatch is recorded as a failure.
 //
 //   ScriptedAgent agent;
 //   agent.add(Script().expect(make_ping_packet()).send(bytes("00 00 00 01")));
@@ -14,7 +14,6 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <deque>
 #include <cstdint>
 #include <functional>
 #include <mutex>
@@ -64,8 +63,6 @@ public:
 
     // Read exactly these bytes; anything else is a failure (and ends the script).
     Script &expect(std::string bytes);
-    // Read exactly n bytes, whatever they are.
-    Script &read(std::size_t n);
     // Read one whole request (header and `length` payload bytes) and check its opcode.
     Script &expect_request(uint32_t opcode);
     Script &send(std::string bytes);
@@ -86,9 +83,8 @@ private:
 
 class ScriptedAgent {
 public:
-    // port 0: an ephemeral port of the system's choosing. keep: keep what each connection received
-    // (a soak's own bookkeeping would hide what it measures).
-    explicit ScriptedAgent(uint16_t port = 0, bool keep = true);
+    // port 0: an ephemeral port of the system's choosing.
+    explicit ScriptedAgent(uint16_t port = 0);
     ~ScriptedAgent();
     ScriptedAgent(const ScriptedAgent &) = delete;
     ScriptedAgent &operator=(const ScriptedAgent &) = delete;
@@ -99,28 +95,21 @@ public:
 
     // Waits until `n` connections have finished their scripts; false on time-out.
     bool wait_finished(std::size_t n, std::chrono::milliseconds limit = std::chrono::seconds(10));
-    // All bytes received on connection i (0-based), so far.
-    std::string received(std::size_t i) const;
     std::size_t connections() const;
     // Every mismatch, one line each; empty when all went to plan.
     std::string failures() const;
 
 private:
-    struct Conn {
-        int fd;
-        std::string received;
-    };
     void accept_loop();
     void run(std::size_t index, const Script &script);
 
     int listen_fd_ = -1;
     int wake_[2] = {-1, -1};
     uint16_t port_ = 0;
-    bool keep_ = true;
     mutable std::mutex mutex_;
     std::condition_variable cv_;
     std::vector<Script> scripts_;
-    std::deque<Conn> conns_;  // guarded by mutex_, as is all below
+    std::vector<int> conns_;  // guarded by mutex_, as is all below
     std::vector<std::thread> workers_;
     std::size_t finished_ = 0;
     std::string failures_;

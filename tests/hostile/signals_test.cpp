@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <climits>
 #include <cstdio>
@@ -143,7 +144,7 @@ TEST(Signals, TerminateGraceLastsThroughATimersInterruptions) {
 }
 
 // A send that the host's signals interrupt goes on where it stopped: the peer, slower than the
-// sender so that its sends block, gets every byte in order.
+// sender so that its sends block, gets every byte in order. A receive that they interrupt fails.
 TEST(Signals, SendGoesOnThroughInterruptions) {
     const HostHandler handler(SIGUSR1, count_tick, 0);  // no SA_RESTART: a blocked send sees EINTR
     const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -179,6 +180,10 @@ TEST(Signals, SendGoesOnThroughInterruptions) {
         }
     });
     const int32_t sent = NetConnectionSend(conn, data.data(), static_cast<int32_t>(data.size()), 0);
+    char nothing[4];
+    errno = 0;
+    const int32_t received_none = NetConnectionRecv(conn, nothing, sizeof nothing, 0);  // the peer never sends
+    const int interrupted = errno;
     done = true;
     signaller.join();
     NetConnectionClose(conn);
@@ -187,6 +192,8 @@ TEST(Signals, SendGoesOnThroughInterruptions) {
     EXPECT_GT(g_ticks.load(), 100);
     EXPECT_EQ(sent, static_cast<int32_t>(data.size()));
     EXPECT_TRUE(received == data) << received.size() << " of " << data.size() << " bytes arrived";
+    EXPECT_EQ(received_none, -1);
+    EXPECT_EQ(interrupted, EINTR);
 }
 
 TEST(PidSafety, ToolReapedByTheHostIsNeverSignalledNorItsPidsNewOwner) {

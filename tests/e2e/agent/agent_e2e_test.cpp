@@ -1,16 +1,11 @@
 // The public interface of the shared library against the reference agent program, over real
-// sockets: remote files byte for byte, paths, the media lists, a scan of many files, and an agent
-// stopped by a signal in the middle of a scan.
+// sockets: remote files byte for byte and the media lists against the files. The demo's run
+// against the agent goes the other main roads (a scan, paths, a copy).
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/stat.h>
 
-#include <cerrno>
 #include <filesystem>
-#include <mutex>
 #include <random>
-#include <set>
-#include <thread>
 
 #include "Wrenlink/Wrenlink.h"
 #include "agent_process.h"
@@ -83,24 +78,6 @@ TEST_F(EndToEnd, RandomReadsWritesAndSeeksMatchTheServedFileByteForByte) {
     EXPECT_EQ(tree.read("Download/data.bin"), model) << "the file on disk is what was written";
 }
 
-TEST_F(EndToEnd, PathOperationsCreateTestAndRemove) {
-    EXPECT_EQ(NFCFileRefMkDir(conn, "/Documents"), 0u);
-    EXPECT_EQ(NFCFileRefMkDir(conn, "/Documents"), static_cast<uint32_t>(EEXIST));
-    NFCFileRef *ref = nullptr;
-    ASSERT_EQ(NFCFileRefOpen(conn, "/Documents/new.txt", "w", &ref), 0u);
-    ASSERT_EQ(NFCFileRefWrite(conn, ref, "written", 7), 0u);
-    ASSERT_EQ(NFCFileRefClose(conn, ref), 0u);
-    EXPECT_EQ(tree.read("Documents/new.txt"), "written");
-    EXPECT_EQ(NFCFileRefAccess(conn, "/Documents/new.txt"), 0u);
-    EXPECT_EQ(NFCFileRefDelete(conn, "/Documents"), static_cast<uint32_t>(ENOTEMPTY));
-    EXPECT_EQ(NFCFileRefDelete(conn, "/Documents/new.txt"), 0u);
-    EXPECT_EQ(NFCFileRefAccess(conn, "/Documents/new.txt"), static_cast<uint32_t>(ENOENT));
-    EXPECT_EQ(NFCFileRefDelete(conn, "/Documents"), 0u);
-    EXPECT_FALSE(fs::exists(tree.root() / "Documents"));
-    EXPECT_EQ(NFCFileRefOpen(conn, "/Documents/new.txt", "rb", &ref), static_cast<uint32_t>(ENOENT));
-    EXPECT_EQ(ref, nullptr);
-}
-
 // Each list's paths; the records of the images are checked against the files.
 std::vector<std::string> listed(NetConnection *conn, AgentStatus (*lister)(NetConnection *, __MediaBean *, uint32_t *),
                                 const test::TempTree *check = nullptr) {
@@ -131,80 +108,6 @@ TEST_F(EndToEnd, MediaListsMatchTheTree) {
     EXPECT_EQ(listed(conn, NMCListVideo), std::vector<std::string>{});
     EXPECT_EQ(NMCAddIVideo(conn, "/DCIM/Camera/VID_0003.mp4"), 0u);
     EXPECT_EQ(listed(conn, NMCListVideo), std::vector<std::string>{"/DCIM/Camera/VID_0003.mp4"});
-}
-
-// What the scan's callbacks saw, shared with a steering thread.
-struct Seen {
-    std::mutex mutex;
-    std::vector<std::string> paths;
-    std::vector<std::pair<int64_t, int64_t>> progress;
-    std::vector<uint32_t> codes;
-};
-
-AgentStatus scan(NetConnection *conn, Seen &seen) {
-    auto on_item = [](const char *item, uint64_t user) {
-        Seen &s = *reinterpret_cast<Seen *>(user);
-        const std::string text = item;  // "<size>\t<mtime>\t<MIME>\t<path>"
-        std::lock_guard lock(s.mutex);
-        s.paths.push_back(text.substr(text.rfind('\t') + 1));
-    };
-    auto on_code = [](uint32_t code, uint64_t user) { reinterpret_cast<Seen *>(user)->codes.push_back(code); };
-    auto on_progress = [](int64_t done, int64_t total, uint64_t user) {
-        reinterpret_cast<Seen *>(user)->progress.emplace_back(done, total);
-    };
-    return NDDStartScan(conn, nullptr, on_item, on_code, on_progress, reinterpret_cast<uint64_t>(&seen));
-}
-
-// n files in directories of 100; a third of them not media.
-std::set<std::string> make_files(const test::TempTree &tree, int n) {
-    std::set<std::string> phone_paths;
-    for (int i = 0; i < n; ++i) {
-        const std::string rel = "dir" + std::to_string(i / 100) + "/file" + std::to_string(i) + (i % 3 ? ".jpg" : ".dat");
-        tree.write(rel, rel);
-        phone_paths.insert("/" + rel);
-    }
-    return phone_paths;
-}
-
-TEST(ScanEndToEnd, ATreeOfTwoThousandFilesIsFoundFileByFileExactlyOnce) {
-    test::TempTree tree;
-    const std::set<std::string> expected = make_files(tree, 2000);
-    AgentProcess agent(tree.root());
-    NetConnection *conn = NetConnectionOpen("127.0.0.1", agent.port());
-    Seen seen;
-    ASSERT_EQ(scan(conn, seen), 0u);
-    EXPECT_EQ(seen.paths.size(), expected.size()) << "a file found twice, or missed";
-    EXPECT_EQ(std::set<std::string>(seen.paths.begin(), seen.paths.end()), expected);
-    ASSERT_FALSE(seen.progress.empty());
-    for (std::size_t i = 1; i < seen.progress.size(); ++i) EXPECT_GT(seen.progress[i].first, seen.progress[i - 1].first);
-    EXPECT_EQ(seen.progress.back(), (std::pair<int64_t, int64_t>(2000, 2000)));
-    EXPECT_EQ(seen.codes, std::vector<uint32_t>{0});
-    EXPECT_EQ(TestPing(conn), 0) << "the control connection is still good for the next exchange";
-    NetConnectionClose(conn);
-}
-
-TEST(ScanEndToEnd, AnAgentStoppedBySigtermEndsItsScanAndExitsCleanly) {
-    test::TempTree tree;
-    make_files(tree, 300);
-    AgentProcess agent(tree.root(), {"--scan-delay-us", "3000"});  // about a second for the whole scan
-    NetConnection *conn = NetConnectionOpen("127.0.0.1", agent.port());
-    Seen seen;
-    std::thread steering([&] {
-        for (int i = 0; i < 1000; ++i) {
-            {
-                std::lock_guard lock(seen.mutex);
-                if (seen.paths.size() >= 5) break;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        EXPECT_EQ(agent.stop(SIGTERM), 0);
-    });
-    EXPECT_EQ(scan(conn, seen), 0u);
-    steering.join();
-    EXPECT_LT(seen.paths.size(), 300u);
-    EXPECT_EQ(seen.codes, std::vector<uint32_t>{static_cast<uint32_t>(ECANCELED)});
-    EXPECT_NE(TestPing(conn), 0) << "the agent is gone";
-    NetConnectionClose(conn);
 }
 
 }  // namespace

@@ -1,4 +1,6 @@
-// A hostile agent against every operation of the agent half: each reply cut at every byte before
+// A hostile agent against every way through the agent half (the lists, the media changes, the path
+// operations and the scan's controls each share their request and reply code, so one of each
+// stands for the rest): each reply cut at every byte before
 // the agent closes, a wrong magic, a refusal, a wrong CRC, and payload lengths of 0, 1, 0x7FFFFFFF,
 // 0x80000000 and 0xFFFFFFFF. Each gives the code the design names and the sticky error it names,
 // leaves the lock free, the handle's position and the out-parameters alone, and returns although
@@ -116,24 +118,13 @@ std::vector<Op> operations() {
          {kClean, kClean, kShort, kShort, kShort}},
         {"close", 2, reply(0), kReset, Field::File, file_op(NFCFileRefClose, true), false, headerOnly},
         {"delete", 7, reply(0), kReset, Field::File, text_op(NFCFileRefDelete), false, headerOnly},
-        {"mkdir", 13, reply(0), kReset, Field::File, text_op(NFCFileRefMkDir), false, headerOnly},
-        {"access", 8, reply(0), kReset, Field::File, text_op(NFCFileRefAccess), false, headerOnly},
         {"list images", 104, reply(0, item), kReset, Field::None, list_op(NMCListImages), false,
          {kClean, kShort, kShort, kShort, kShort}},
-        {"list music", 101, reply(0, item), kReset, Field::None, list_op(NMCListMusics), false, {}},
-        {"list videos", 107, reply(0, item), kReset, Field::None, list_op(NMCListVideo), false, {}},
         {"add image", 105, reply(0), kReset, Field::None, text_op(NMCAddImage), false, headerOnly},
-        {"del image", 106, reply(0), kReset, Field::None, text_op(NMCDelImage), false, {}},
-        {"add music", 102, reply(0), kReset, Field::None, text_op(NMCAddMusic), false, {}},
-        {"del music", 103, reply(0), kReset, Field::None, text_op(NMCDelMusic), false, {}},
-        {"add video", 108, reply(0), kReset, Field::None, text_op(NMCAddIVideo), false, {}},
-        {"del video", 109, reply(0), kReset, Field::None, text_op(NMCDelIVideo), false, {}},
         // A start that the agent accepts would scan; only its failures are played here.
         {"start scan", 201, reply(0), kReset, Field::Send,
          [](NetConnection *c) { return NDDStartScan(c, nullptr, nullptr, nullptr, nullptr, 0); }, false, {}},
         {"stop scan", 202, reply(0), kReset, Field::Send, NDDStopScan, false, headerOnly},
-        {"pause scan", 204, reply(0), kReset, Field::Send, NDDPauseScan, false, {}},
-        {"resume scan", 203, reply(0), kReset, Field::Send, NDDResumeScan, false, {}},
         {"erase file", 208, reply(0), kReset, Field::Send, text_op(NDDEraseFile), false, {}},
     };
 }

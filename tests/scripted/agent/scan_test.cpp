@@ -67,13 +67,11 @@ TEST(Scan, EndLogicAndPayloads) {
         {progress(11, 10), {"progress:11/10"}},
         {progress(2, 2, 0), {"progress:2/2"}},  // 16 bytes whatever the length says
         {code(7) + progress(1, 2), {"code:7", "progress:1/2", "code:22"}},
-        {event(206, ""), {"code:0"}},
         {event(206, bytes("01 02")), {"code:513"}},
         {event(206, le32(9) + "xy") + progress(1, 1), {"code:9", "progress:1/1"}},
         {event(206, "ab", 4), {"code:22"}},
         {found("") + code(1), {"item:", "code:1"}},
         {found("abc").substr(0, 22), {"code:22"}},
-        {event(300, "") + code(3), {"code:3"}},
         {event(300, code(3)), {"code:3"}},  // the payload of an unknown event is read as the next header
         {found(a2048) + found("b") + code(0), {"item:" + a2048, "item:b", "code:0"}},
         {found(a2048 + std::string(952, 'z')) + found("c") + code(0), {"item:" + a2048, "item:c", "code:0"}},
@@ -125,10 +123,9 @@ TEST(Scan, RefusedStartOrNoEventListener) {
         Scans refusing(7);
         EXPECT_EQ(refusing.run("", 7), Said{});
         EXPECT_EQ(refusing.events.connections(), 0u);
-        EXPECT_EQ(refusing.control.received(0), bytes("fc 9c cf f0 00 00 00 00 c9 00 00 00 00 00 00 00 00 00 00 00"));
     }
     ScriptedAgent control;
-    control.add(Script().read(20).send(reply(0)));
+    control.add(Script().expect_request(201).send(reply(0)));
     NetConnection *conn = NetConnectionOpen("127.0.0.1", control.port());
     Said said;
     EXPECT_EQ(NDDStartScan(conn, nullptr, on_item, on_code, on_progress, reinterpret_cast<uint64_t>(&said)), 0u);
