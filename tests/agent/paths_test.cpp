@@ -6,10 +6,12 @@
 #include <cerrno>
 #include <filesystem>
 #include <functional>
+#include <optional>
 
 #include "base/crc.h"
 #include "agent/wire/packets.h"
 #include "harness.h"
+#include "phone_path.h"
 #include "sandbox.h"
 
 namespace wrenlink::test {
@@ -176,18 +178,17 @@ TEST_F(AgentPaths, LinksThatStayInsideTheRootAreFollowed) {
     EXPECT_EQ(status_of(make_file_acc_packet("/Pictures/../DCIM/Camera/a.jpg")), 0u);
 }
 
-TEST(PhonePaths, NormaliseDropsDotsAndEmptyPartsAndRefusesClimbingOut) {
-    std::vector<std::string> parts;
-    ASSERT_TRUE(reference_agent::normalise("//DCIM/./Camera//a.jpg/", parts));
-    EXPECT_EQ(parts, (std::vector<std::string>{"DCIM", "Camera", "a.jpg"}));
-    ASSERT_TRUE(reference_agent::normalise("a/b/../../c", parts));
-    EXPECT_EQ(parts, (std::vector<std::string>{"c"}));
-    ASSERT_TRUE(reference_agent::normalise("", parts));
-    EXPECT_TRUE(parts.empty());
-    ASSERT_TRUE(reference_agent::normalise("...", parts));  // a name, not a step up
-    EXPECT_EQ(parts, (std::vector<std::string>{"..."}));
-    EXPECT_FALSE(reference_agent::normalise("a/../..", parts));
-    EXPECT_FALSE(reference_agent::normalise("/..", parts));
+// One rule for both tools: the reference agent and the simulated phone read paths through it.
+TEST(PhonePaths, NormalFormDropsDotsAndEmptyPartsAndRefusesClimbingOut) {
+    const std::pair<const char *, std::optional<std::string>> cases[] = {
+        {"//DCIM/./Camera//a.jpg/", "/DCIM/Camera/a.jpg"},
+        {"a/b/../../c", "/c"},
+        {"", "/"},
+        {"...", "/..."},  // a name, not a step up
+        {"a/../..", std::nullopt},
+        {"/..", std::nullopt},
+    };
+    for (const auto &[path, normal] : cases) EXPECT_EQ(tools::normal_phone_path(path), normal) << path;
 }
 
 }  // namespace

@@ -63,8 +63,9 @@ TEST_F(PhoneAdbTest, ShellAnswersFromTheProfileAndStaysInTheSandbox) {
     EXPECT_TRUE(shell(0, "su -c id").starts_with("uid=0(root) gid=0(root)"));
     EXPECT_TRUE(holds(shell(1, "su -c id"), "su: not found"));
 
-    // ".." never leaves the phone's "/": the listing is the sandbox's, not the host's.
-    const auto root = lines_of(shell(0, "ls /../../.."));
+    // ".." never leaves the phone's "/": a climb above it is refused.
+    EXPECT_TRUE(holds(shell(0, "ls /../../.."), "ls: /../../..: Permission denied"));
+    const auto root = lines_of(shell(0, "ls /sdcard/.."));
     EXPECT_EQ(std::set<std::string>(root.begin(), root.end()),
               (std::set<std::string>{"data", "proc", "sdcard", "storage", "system"}));
 }
