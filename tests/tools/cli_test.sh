@@ -57,6 +57,13 @@ expect 2 err 'wrenlink-phone: unknown argument: --bogus'               "$phone" 
 expect 2 err "port takes a number from 0 to 65535, not 'x'"            "$phone" --phone port=x,profile=p,sandbox=s
 expect 1 err "junk.prop:3: phone.su takes yes or no, not 'maybe'"      "$phone" --phone "port=0,profile=$work/junk.prop,sandbox=s"
 
+# The phone's own commands read paths by the rule the agent uses: a climb above "/" is refused.
+mkdir -p "$work/sandbox/sdcard" && printf 'ro.product.model=One\n' >"$work/one.prop" && ln -s "$phone" "$work/ls"
+WRENLINK_PHONE_SANDBOX=$work/sandbox WRENLINK_PHONE_PROFILE=$work/one.prop \
+  expect 0 out '^sdcard$'                                              "$work/ls" /sdcard/..
+WRENLINK_PHONE_SANDBOX=$work/sandbox WRENLINK_PHONE_PROFILE=$work/one.prop \
+  expect 1 err 'ls: /sdcard/../..: Permission denied'                  "$work/ls" /sdcard/../..
+
 expect 0 out '^usage: wrenlink-agent '                                 "$agent" --help
 expect 2 err 'wrenlink-agent: unknown option: --bogus'                 "$agent" --bogus
 expect 2 err "--port takes a number from 0 to 65535, not '70000'"      "$agent" --port 70000 root

@@ -8,6 +8,8 @@
 #include <memory>
 #include <system_error>
 
+#include "phone_path.h"
+
 namespace wrenlink::reference_agent {
 
 namespace {
@@ -25,24 +27,6 @@ std::string join_path(const std::string &base, const std::string &name) {
     if (out.empty() || out.back() != '/') out.push_back('/');
     out += name;
     return out;
-}
-
-bool normalise(std::string_view phone, std::vector<std::string> &parts) {
-    parts.clear();
-    std::size_t pos = 0;
-    while (pos <= phone.size()) {
-        const std::size_t slash = phone.find('/', pos);
-        const std::size_t end = slash == std::string_view::npos ? phone.size() : slash;
-        const std::string_view part = phone.substr(pos, end - pos);
-        if (part == "..") {
-            if (parts.empty()) return false;
-            parts.pop_back();
-        } else if (!part.empty() && part != ".") {
-            parts.emplace_back(part);
-        }
-        pos = end + 1;
-    }
-    return true;
 }
 
 Sandbox::Sandbox(const std::string &root) {
@@ -66,11 +50,12 @@ std::string Sandbox::phone_path_of(const std::string &host) const {
 
 Resolved Sandbox::resolve(std::string_view phone, Leaf leaf) const {
     Resolved r;
-    std::vector<std::string> parts;
-    if (!normalise(phone, parts)) {
+    const auto normal = tools::phone_path_parts(phone);
+    if (!normal) {
         r.error = kOutsideRoot;
         return r;
     }
+    const std::vector<std::string> &parts = *normal;
     if (parts.empty()) {
         r.host = root_;
         r.phone.assign(1, '/');  // (an assignment from "/" trips a false -Wrestrict of GCC 12 at -O3)

@@ -1,11 +1,11 @@
 // Phone paths mapped under the served root.
 //
 // A phone path names a place on the phone ("/DCIM/Camera/a.jpg"); the agent serves it from the same
-// place under its root directory. `.` and empty components are dropped and `..` is taken by name,
-// before any lookup; a `..` that would climb above the root is refused. The directory that holds
-// the last component is then resolved by the system (symlinks included) and must still lie under
-// the root. The last component itself is followed only where the operation follows links (open,
-// stat, access, listing); a link that leads out of the root, or nowhere, is refused.
+// place under its root directory. The path is first made normal by the rule both tools share
+// (tools/common/phone_path.h): a `..` that would climb above the root is refused. The directory
+// that holds the last component is then resolved by the system (symlinks included) and must still
+// lie under the root. The last component itself is followed only where the operation follows links
+// (open, stat, access, listing); a link that leads out of the root, or nowhere, is refused.
 //
 // What is not covered: a directory swapped for a link between the check and the use. The agent
 // serves a tree that its own user owns, so such a race needs that user's help.
@@ -28,10 +28,6 @@ struct Resolved {
     std::string phone;     // the normalised phone path, "/" for the root
     bool is_root = false;  // the path names the root itself
 };
-
-// The phone path's components, with `.` and empty ones dropped and `..` applied; false when a `..`
-// climbs above the root.
-bool normalise(std::string_view phone, std::vector<std::string> &parts);
 
 // base + "/" + name, with one slash only when base is "/".
 std::string join_path(const std::string &base, const std::string &name);

@@ -11,6 +11,7 @@
 #include <optional>
 
 #include "base/crc.h"
+#include "phone_path.h"
 
 namespace wrenlink::reference_agent {
 
@@ -100,13 +101,7 @@ std::optional<MediaKind> media_kind_of_opcode(uint32_t opcode) {
 }
 
 // The key of an open directory: its normalised phone path.
-std::optional<std::string> directory_key(std::string_view path) {
-    std::vector<std::string> parts;
-    if (!normalise(path, parts)) return std::nullopt;
-    std::string key;
-    for (const auto &p : parts) key += "/" + p;
-    return key.empty() ? "/" : key;
-}
+std::optional<std::string> directory_key(std::string_view path) { return tools::normal_phone_path(path); }
 
 constexpr const char *kMediaNames[kMediaKinds] = {"image", "music", "video"};
 

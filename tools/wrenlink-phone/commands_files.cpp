@@ -176,7 +176,12 @@ int command_ls(CommandContext &c) {
     int status = 0;
     bool first = true;
     for (const auto &arg : operands) {
-        const std::string path = c.sandbox.phone_path_of(arg);
+        const auto where = c.sandbox.phone_path_of(arg);
+        if (!where) {
+            status = c.fail(arg, EACCES);
+            continue;
+        }
+        const std::string &path = *where;
         const std::string host = c.sandbox.host_path(path);
         struct stat st {};
         if (const int denied = check_access(c, path, false)) {
@@ -204,7 +209,7 @@ int command_ls(CommandContext &c) {
             struct stat entry {};
             const std::string entry_host = host + "/" + name;
             if (::lstat(entry_host.c_str(), &entry) == 0)
-                print_long(c, resolve_phone_path(name, path), entry_host, name, entry);
+                print_long(c, resolve_phone_path(name, path).value_or(path), entry_host, name, entry);
         }
     }
     return status;
@@ -221,9 +226,9 @@ int command_mkdir(CommandContext &c) {
     }
     int status = 0;
     for (const auto &arg : operands) {
-        const std::string path = c.sandbox.phone_path_of(arg);
-        int error = check_access(c, path, true);
-        if (error == 0 && make_one_directory(c.sandbox.host_path(path), mode, o.has('p'), error)) continue;
+        const auto path = c.sandbox.phone_path_of(arg);
+        int error = path ? check_access(c, *path, true) : EACCES;
+        if (error == 0 && make_one_directory(c.sandbox.host_path(*path), mode, o.has('p'), error)) continue;
         status = c.fail("'" + arg + "'", error);
     }
     return status;
@@ -234,9 +239,9 @@ int command_rmdir(CommandContext &c) {
     if (o.unknown) return unknown_option(c, o.unknown);
     int status = 0;
     for (const auto &arg : o.operands) {
-        const std::string path = c.sandbox.phone_path_of(arg);
-        int error = check_access(c, path, true);
-        if (error == 0 && ::rmdir(c.sandbox.host_path(path).c_str()) == 0) continue;
+        const auto path = c.sandbox.phone_path_of(arg);
+        int error = path ? check_access(c, *path, true) : EACCES;
+        if (error == 0 && ::rmdir(c.sandbox.host_path(*path).c_str()) == 0) continue;
         if (error == 0) error = errno;
         status = c.fail("'" + arg + "'", error);
     }
@@ -248,7 +253,12 @@ int command_rm(CommandContext &c) {
     const bool recursive = o.has('r') || o.has('R'), force = o.has('f');
     int status = 0;
     for (const auto &arg : o.operands) {
-        const std::string path = c.sandbox.phone_path_of(arg);
+        const auto where = c.sandbox.phone_path_of(arg);
+        if (!where) {
+            status = c.fail(arg, EACCES);
+            continue;
+        }
+        const std::string &path = *where;
         const std::string host = c.sandbox.host_path(path);
         struct stat st {};
         if (::lstat(host.c_str(), &st) != 0) {
@@ -269,15 +279,23 @@ int command_rm(CommandContext &c) {
 int command_mv(CommandContext &c) {
     const Options o = parse_options(c.args, "fniTv");
     if (o.operands.size() < 2) return c.fail("Needs 2 arguments");
-    const std::string target = c.sandbox.phone_path_of(o.operands.back());
+    const auto target_path = c.sandbox.phone_path_of(o.operands.back());
+    if (!target_path) return c.fail("'" + o.operands.back() + "'", EACCES);
+    const std::string &target = *target_path;
     struct stat target_st {};
     const bool into_directory = ::stat(c.sandbox.host_path(target).c_str(), &target_st) == 0 && S_ISDIR(target_st.st_mode);
     if (o.operands.size() > 2 && !into_directory) return c.fail("'" + o.operands.back() + "'", ENOTDIR);
     int status = 0;
     for (std::size_t i = 0; i + 1 < o.operands.size(); ++i) {
         const std::string &arg = o.operands[i];
-        const std::string from = c.sandbox.phone_path_of(arg);
-        const std::string to = into_directory ? resolve_phone_path(from.substr(from.rfind('/') + 1), target) : target;
+        const auto from_path = c.sandbox.phone_path_of(arg);
+        if (!from_path) {
+            status = c.fail("bad '" + arg + "'", EACCES);
+            continue;
+        }
+        const std::string &from = *from_path;
+        // The last name of a normal path is a plain name, so the join stays inside.
+        const std::string to = into_directory ? resolve_phone_path(from.substr(from.rfind('/') + 1), target).value_or(target) : target;
         struct stat st {};
         int error = ::lstat(c.sandbox.host_path(from).c_str(), &st) != 0 ? errno : 0;
         if (error == 0) error = check_access(c, from, true);
@@ -295,9 +313,9 @@ int command_chmod(CommandContext &c) {
     if (!parse_octal_mode(o.operands[0], mode)) return c.fail("bad mode '" + o.operands[0] + "'");
     int status = 0;
     for (std::size_t i = 1; i < o.operands.size(); ++i) {
-        const std::string path = c.sandbox.phone_path_of(o.operands[i]);
-        int error = check_access(c, path, true);
-        if (error == 0 && ::chmod(c.sandbox.host_path(path).c_str(), mode) != 0) error = errno;
+        const auto path = c.sandbox.phone_path_of(o.operands[i]);
+        int error = path ? check_access(c, *path, true) : EACCES;
+        if (error == 0 && ::chmod(c.sandbox.host_path(*path).c_str(), mode) != 0) error = errno;
         if (error != 0) status = c.fail(o.operands[i], error);
     }
     return status;
@@ -311,12 +329,12 @@ int command_cat(CommandContext &c) {
         wrenlink::UniqueFd owned;
         int fd = 0;
         if (arg != "-") {
-            const std::string path = c.sandbox.phone_path_of(arg);
-            if (const int denied = check_access(c, path, false)) {
+            const auto path = c.sandbox.phone_path_of(arg);
+            if (const int denied = path ? check_access(c, *path, false) : EACCES) {
                 status = c.fail(arg, denied);
                 continue;
             }
-            owned.reset(::open(c.sandbox.host_path(path).c_str(), O_RDONLY | O_CLOEXEC));
+            owned.reset(::open(c.sandbox.host_path(*path).c_str(), O_RDONLY | O_CLOEXEC));
             if (!owned) {
                 status = c.fail(arg, errno);
                 continue;
@@ -350,16 +368,16 @@ int command_dd(CommandContext &c) {
     wrenlink::UniqueFd in_owned, out_owned;
     int in = 0, out = 1;
     if (!in_arg.empty()) {
-        const std::string path = c.sandbox.phone_path_of(in_arg);
-        if (const int denied = check_access(c, path, false)) return c.fail(in_arg, denied);
-        in_owned.reset(::open(c.sandbox.host_path(path).c_str(), O_RDONLY | O_CLOEXEC));
+        const auto path = c.sandbox.phone_path_of(in_arg);
+        if (const int denied = path ? check_access(c, *path, false) : EACCES) return c.fail(in_arg, denied);
+        in_owned.reset(::open(c.sandbox.host_path(*path).c_str(), O_RDONLY | O_CLOEXEC));
         if (!in_owned) return c.fail(in_arg, errno);
         in = in_owned.get();
     }
     if (!out_arg.empty()) {
-        const std::string path = c.sandbox.phone_path_of(out_arg);
-        if (const int denied = check_access(c, path, true)) return c.fail(out_arg, denied);
-        out_owned.reset(::open(c.sandbox.host_path(path).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+        const auto path = c.sandbox.phone_path_of(out_arg);
+        if (const int denied = path ? check_access(c, *path, true) : EACCES) return c.fail(out_arg, denied);
+        out_owned.reset(::open(c.sandbox.host_path(*path).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
         if (!out_owned) return c.fail(out_arg, errno);
         out = out_owned.get();
     }

@@ -126,8 +126,9 @@ int pm_install(CommandContext &c) {
         std::printf("Error: APK content must be streamed\n");
         return 1;
     }
-    const std::string phone_path = c.sandbox.phone_path_of(file);
-    const std::string host = c.sandbox.host_path(phone_path);
+    const auto where = c.sandbox.phone_path_of(file);
+    const std::string phone_path = where.value_or("");
+    const std::string host = where ? c.sandbox.host_path(phone_path) : std::string();  // "" opens nothing
     if (::access(host.c_str(), R_OK) != 0) {
         std::printf("Error: Unable to open file: %s\nConsider using a file under /data/local/tmp/\n", file.c_str());
         return 1;
@@ -291,7 +292,9 @@ std::vector<Mount> mounts_of(const Profile &profile) {
     for (const auto &entry : profile.settings("storage")) {
         const auto w = split_words(entry);
         if (w.size() < 4) continue;
-        mounts.push_back({resolve_phone_path(w[0]), w[1], std::strtoull(w[2].c_str(), nullptr, 10),
+        const auto point = resolve_phone_path(w[0]);
+        if (!point) continue;
+        mounts.push_back({*point, w[1], std::strtoull(w[2].c_str(), nullptr, 10),
                           std::strtoull(w[3].c_str(), nullptr, 10)});
     }
     if (mounts.empty()) {
@@ -425,8 +428,8 @@ int command_df(CommandContext &c) {
         return 0;
     }
     for (const auto &arg : c.args) {
-        const std::string path = c.sandbox.phone_path_of(arg);
-        if (!host_exists(c, path)) {
+        const std::string path = c.sandbox.phone_path_of(arg).value_or("");
+        if (path.empty() || !host_exists(c, path)) {
             status = c.fail(arg, ENOENT);
             continue;
         }

@@ -97,7 +97,7 @@ bool prepare_sandbox(const PhoneContext &phone, std::string &error) {
         if (!make_directories(phone.sandbox.host_path(dir), error)) return false;
     for (const auto &entry : phone.profile.settings("storage")) {
         const auto words = split_words(entry);
-        if (!words.empty() && !make_directories(phone.sandbox.host_path(resolve_phone_path(words[0])), error)) return false;
+        if (!words.empty() && !make_directories(phone.sandbox.host_path(words[0]), error)) return false;
     }
     const std::string bin_dir = phone.sandbox.host_path("/system/bin");
     for (const auto &name : command_names())

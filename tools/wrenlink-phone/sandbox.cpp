@@ -6,36 +6,16 @@
 #include <climits>
 #include <vector>
 
+#include "phone_path.h"
+
 namespace phone {
 
-std::string resolve_phone_path(std::string_view path, std::string_view base) {
-    std::string joined;
-    if (!path.starts_with('/')) {
-        joined.assign(base);
-        joined += '/';
-    }
+std::optional<std::string> resolve_phone_path(std::string_view path, std::string_view base) {
+    if (path.starts_with('/')) return wrenlink::tools::normal_phone_path(path);
+    std::string joined(base);
+    joined += '/';
     joined += path;
-
-    std::vector<std::string_view> parts;
-    const std::string_view all = joined;
-    std::size_t pos = 0;
-    while (pos < all.size()) {
-        const auto end = std::min(all.find('/', pos), all.size());
-        const std::string_view part = all.substr(pos, end - pos);
-        pos = end + 1;
-        if (part.empty() || part == ".") continue;
-        if (part == "..") {
-            if (!parts.empty()) parts.pop_back();
-            continue;
-        }
-        parts.push_back(part);
-    }
-    std::string out;
-    for (const auto part : parts) {
-        out += '/';
-        out += part;
-    }
-    return out.empty() ? "/" : out;
+    return wrenlink::tools::normal_phone_path(joined);
 }
 
 bool path_within(std::string_view path, std::string_view prefix) noexcept {
@@ -48,7 +28,8 @@ std::vector<std::string> resolved_list(const Profile &profile, std::string_view 
                                        std::initializer_list<std::string_view> defaults) {
     std::vector<std::string> out;
     for (const auto &value : profile.settings(name))
-        for (const auto &word : split_words(value)) out.push_back(resolve_phone_path(word));
+        for (const auto &word : split_words(value))
+            if (auto path = resolve_phone_path(word)) out.push_back(std::move(*path));
     if (out.empty())
         for (const auto d : defaults) out.emplace_back(d);
     return out;
@@ -63,8 +44,9 @@ Sandbox::Sandbox(std::string root, const Profile &profile)
 }
 
 std::string Sandbox::host_path(std::string_view phone_path) const {
-    const std::string resolved = resolve_phone_path(phone_path);
-    return resolved == "/" ? root_ : root_ + resolved;
+    const auto resolved = resolve_phone_path(phone_path);
+    if (!resolved) return {};
+    return *resolved == "/" ? root_ : root_ + *resolved;
 }
 
 std::string Sandbox::current_phone_dir() const {
@@ -73,10 +55,10 @@ std::string Sandbox::current_phone_dir() const {
     const std::string_view cwd = buf;
     if (!path_within(cwd, root_)) return "/";
     const std::string_view rest = cwd.substr(root_.size());
-    return rest.empty() ? "/" : resolve_phone_path(rest);
+    return resolve_phone_path(rest).value_or("/");
 }
 
-std::string Sandbox::phone_path_of(std::string_view argument) const {
+std::optional<std::string> Sandbox::phone_path_of(std::string_view argument) const {
     return resolve_phone_path(argument, argument.starts_with('/') ? "/" : current_phone_dir());
 }
 

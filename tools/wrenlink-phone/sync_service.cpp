@@ -123,7 +123,8 @@ private:
 
     bool stat_path(const std::string &path) {
         struct stat st {};
-        const bool found = lstat_as_shell(resolve_phone_path(path), st);
+        const auto phone_path = resolve_phone_path(path);
+        const bool found = phone_path && lstat_as_shell(*phone_path, st);
         std::string out;
         append_u32(out, kStat);
         append_u32(out, found ? static_cast<uint32_t>(st.st_mode) : 0);
@@ -133,10 +134,10 @@ private:
     }
 
     bool list(const std::string &path) {
-        const std::string phone_path = resolve_phone_path(path);
+        const auto phone_path = resolve_phone_path(path);
         std::string out;
-        if (phone_.sandbox.may_read(phone_path, phone_.adbd_is_root())) {
-            const std::string host = phone_.sandbox.host_path(phone_path);
+        if (phone_path && phone_.sandbox.may_read(*phone_path, phone_.adbd_is_root())) {
+            const std::string host = phone_.sandbox.host_path(*phone_path);
             if (DIR *dir = ::opendir(host.c_str())) {
                 while (const dirent *entry = ::readdir(dir)) {
                     struct stat st {};
@@ -171,13 +172,13 @@ private:
     // made still has its data read to the DONE before the failure is told, as the client expects.
     bool receive_file(const std::string &target) {
         const auto comma = target.rfind(',');
-        const std::string path = resolve_phone_path(target.substr(0, comma));
+        const std::string path = resolve_phone_path(target.substr(0, comma)).value_or("");
         const mode_t mode = comma == std::string::npos ? 0644 : static_cast<mode_t>(std::strtoul(target.c_str() + comma + 1, nullptr, 10));
         std::string failure;
         wrenlink::UniqueFd file;
         if (S_ISLNK(mode)) {
             failure = "symbolic links are not supported";
-        } else if (!phone_.sandbox.may_write(path, phone_.adbd_is_root())) {
+        } else if (path.empty() || !phone_.sandbox.may_write(path, phone_.adbd_is_root())) {
             failure = errno_text("couldn't create file", EACCES);
         } else {
             const std::string host = phone_.sandbox.host_path(path);
@@ -212,8 +213,8 @@ private:
 
     // RECV: the file in DATA records of at most 64 KiB, several to a transport message, then DONE.
     bool send_file(const std::string &target) {
-        const std::string path = resolve_phone_path(target);
-        if (!phone_.sandbox.may_read(path, phone_.adbd_is_root())) return send_fail(stream_, errno_text("open failed", EACCES));
+        const std::string path = resolve_phone_path(target).value_or("");
+        if (path.empty() || !phone_.sandbox.may_read(path, phone_.adbd_is_root())) return send_fail(stream_, errno_text("open failed", EACCES));
         wrenlink::UniqueFd file(::open(phone_.sandbox.host_path(path).c_str(), O_RDONLY | O_CLOEXEC));
         if (!file) return send_fail(stream_, errno_text("open failed", errno));
         std::string out;
