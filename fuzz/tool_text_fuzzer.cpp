@@ -2,7 +2,8 @@
 // first byte picks the reader (its value modulo 8, in the order of kReaders below: a corpus file
 // starts with the digit '0'..'7'); the rest is that reader's input, still ending where the
 // fuzzer's block ends, so that AddressSanitizer sees any read past it. What each reader must
-// hold to is said beside it.
+// hold to is said beside it. Where that is the whole answer (the property field, the one-package
+// test, the size word with a "."), the corpus holds the worked cases too.
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
