@@ -15,8 +15,8 @@ using namespace wrenlink::test;
 
 namespace {
 
-// A phone whose shell is root from the start, so that no su line is sent.
-std::string rooted(const std::string &rules) { return "prompt \"# \"\n" + rules; }
+// A phone whose shell is root from the start (a '#' in its prompt), so that no su line is sent.
+std::string rooted(const std::string &rules) { return "prompt \"root@phone:/ # \"\n" + rules; }
 
 struct Case {
     const char *name;
@@ -56,6 +56,12 @@ TEST(Operations, LinesAndVerdicts) {
         {"direct pull", R"(always err "failed to copy: No such file or directory Permission denied\n")",
          [] { return AdbPullFileEx("S1", "/sdcard/c d", "/host/e f"); }, 0,
          {tool_argv({"-s", "S1", "pull", "/sdcard/c d", "/host/e", "f"})}},
+        // Install and uninstall share one judgement: what ran and printed nothing is 1.
+        {"install", R"(always err "adb: failed to open /host/my app.apk: Permission denied\n")",
+         [] { return AdbInstallPackage("S1", "/host/my app.apk"); }, 2,
+         {tool_argv({"-s", "S1", "install", "-r", "/host/my app.apk"})}},
+        {"uninstall", "", [] { return AdbUninstallPackage("S1", "com.example.app"); }, 1,
+         {tool_argv({"-s", "S1", "uninstall", "com.example.app"})}},
         {"apk exists", R"(when "pm path com.example.app" out "package:/data/app/com.example.app-1/base.apk\n")",
          [] {
              uint8_t exists = 0;
@@ -127,24 +133,6 @@ TEST(Operations, PushPrintsItsLine) {
     testing::internal::CaptureStdout();
     AdbPushFile("S1", "/host/a b.txt", "/sdcard/x");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "AdbPushFile: -s S1 push  \"/host/a b.txt\"  \"/sdcard/x\"\n");
-}
-
-TEST(Operations, PackageInstallationVerdicts) {
-    const struct {
-        const char *output;
-        int32_t result;
-    } cases[] = {
-        {R"(err "error: device not found\n")", 0},
-        {R"(err "adb: failed to open /host/my app.apk: Permission denied\n")", 2},
-    };
-    for (const auto &c : cases) {
-        FakeAdb adb;
-        adb.scenario(std::string("always ") + c.output);
-        EXPECT_EQ(AdbInstallPackage("S1", "/host/my app.apk"), c.result) << c.output;
-        EXPECT_EQ(AdbUninstallPackage("S1", "com.example.app"), c.result) << c.output;
-        EXPECT_EQ(adb.runs(), (std::vector<Argv>{tool_argv({"-s", "S1", "install", "-r", "/host/my app.apk"}),
-                                                 tool_argv({"-s", "S1", "uninstall", "com.example.app"})}));
-    }
 }
 
 // The lists are the raw text, cut where the runner's 2048-byte buffer ends.
@@ -239,6 +227,9 @@ TEST(Operations, NullOrOverlongArgumentsRunNothing) {
     EXPECT_EQ(AdbPullFile("S1", longer, "/host/x"), -1);  // no temporary copy is made either
     EXPECT_EQ(AdbPushFile("S1", "/host/x", longer), -1);
     EXPECT_EQ(AdbInstallPackage("S1", longer), -1);
+    EXPECT_EQ(AdbShellCommand(nullptr, "ls", out, true), -1);
+    EXPECT_EQ(AdbShellCommand("S1", "ls", nullptr, true), -1);
+    EXPECT_EQ(AdbShellCommand("S1", longer, out, true), -1);
     EXPECT_EQ(AdbGetTopActivity(nullptr, out), -1);
     EXPECT_EQ(AdbGetPhoneManufacture("P1", nullptr), -1);
     std::memset(out, 'z', 32);

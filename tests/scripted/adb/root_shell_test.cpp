@@ -23,14 +23,6 @@ TEST(AdbRootShell, AsksForRootWhenThePromptIsNotRoot) {
     EXPECT_FALSE(wrenlink::test::zombie_child_left());
 }
 
-TEST(AdbRootShell, SendsNoSuWhenTheFirstTextShowsRoot) {
-    FakeAdb adb;
-    adb.scenario(R"(prompt "root@phone:/ # "
-on "rm " out "rm: /x: No such file\r\n")");
-    EXPECT_EQ(root_text("rm  \"/x\""), "rm: /x: No such file\r\nroot@phone:/ # ");
-    EXPECT_EQ(adb.shell_input(), "rm  \"/x\"");
-}
-
 TEST(AdbRootShell, KeepsOnlyTheFirstBurstAndAtMost2047Bytes) {
     FakeAdb adb;
     adb.scenario(R"(prompt "# "
