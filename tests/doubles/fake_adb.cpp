@@ -122,25 +122,23 @@ std::vector<std::string> words_of(const std::string &line, int lineNo) {
     return words;
 }
 
-long number_at(const std::vector<std::string> &words, std::size_t at, int lineNo) {
-    if (at >= words.size()) fail("missing number on line " + std::to_string(lineNo));
-    return std::strtol(words[at].c_str(), nullptr, 10);
-}
-
 std::vector<Action> actions_of(const std::vector<std::string> &words, std::size_t at, int lineNo) {
+    const auto next = [&] {
+        if (at >= words.size()) fail("missing argument on line " + std::to_string(lineNo));
+        return words[at++];
+    };
     std::vector<Action> actions;
     while (at < words.size()) {
         Action action;
         action.verb = words[at++];
         const std::string &v = action.verb;
         if (v == "out" || v == "err") {
-            if (at >= words.size()) fail("missing text on line " + std::to_string(lineNo));
-            action.text = words[at++];
+            action.text = next();
         } else if (v == "exit" || v == "sleep" || v == "slow-term") {
-            action.number = number_at(words, at++, lineNo);
+            action.number = std::strtol(next().c_str(), nullptr, 10);
         } else if (v == "fill") {
-            action.number = number_at(words, at++, lineNo);
-            action.number2 = number_at(words, at++, lineNo);
+            action.number = std::strtol(next().c_str(), nullptr, 10);
+            action.number2 = std::strtol(next().c_str(), nullptr, 10);
         } else if (v != "linger" && v != "fds" && v != "ignore-term") {
             fail("unknown action '" + v + "' on line " + std::to_string(lineNo));
         }

@@ -59,6 +59,7 @@ TEST(AdbCommand, NoWaitRunTerminatesTheToolAndGivesNoText) {
     FakeAdb adb;
     adb.scenario("args patient out \"early\\n\" sleep 30000\n"
                  "args stubborn ignore-term out \"early\\n\" sleep 30000\n");
+    const int descriptors = wrenlink::test::open_descriptors();
     char output[wrenlink::adb::kOutputSize];
     std::memset(output, 'x', sizeof output);
     EXPECT_EQ(AdbCommand(" patient", output, wrenlink::adb::kOutputSize, false), 0);
@@ -70,6 +71,7 @@ TEST(AdbCommand, NoWaitRunTerminatesTheToolAndGivesNoText) {
     for (const auto &r : adb.records()) kinds.push_back(r.kind);
     EXPECT_EQ(kinds, (std::vector<std::string>{"argv", "term", "argv"}));
     EXPECT_FALSE(zombie_child_left());
+    EXPECT_EQ(wrenlink::test::open_descriptors(), descriptors);
 }
 
 TEST(AdbCommand, RunsFromManyThreadsOneAtATime) {

@@ -1,11 +1,11 @@
 // What the runner does with a tool that is missing, not executable (it is made so), or can't be
 // started. This binary has a folder of its own, so its tests may put anything at Resources/adb.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <string>
 
 #include "Wrenlink/Wrenlink.h"
@@ -27,13 +27,6 @@ protected:
     }
     void TearDown() override { remove_tool(); }
     void remove_tool() const { ::unlink(tool_.c_str()); }
-    void put_tool(const std::string &bytes, mode_t mode) const {
-        const int fd = ::open(tool_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
-        ASSERT_GE(fd, 0);
-        ASSERT_EQ(::write(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
-        ::fchmod(fd, mode);
-        ::close(fd);
-    }
     // A tool run and a root shell each see a run without output, and the complaint is printed.
     void expect_empty_text_and_complaint(const std::string &complaint) const {
         CaptureStderr();
@@ -65,7 +58,8 @@ TEST_F(ToolCheck, ToolWithoutExecutePermissionIsMadeExecutable) {
 }
 
 TEST_F(ToolCheck, ToolThatCannotBeStartedIsReported) {
-    put_tool("this is no program\n", 0755);
+    std::ofstream(tool_) << "this is no program\n";
+    ::chmod(tool_.c_str(), 0755);
     expect_empty_text_and_complaint("launch of " + tool_ + " failed: ");
 }
 
