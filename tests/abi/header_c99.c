@@ -1,12 +1,3 @@
-/* The public header compiles as C99 and its records have the agreed layout in C too. */
+// The public header compiles as C99 with every warning on; its own static assertions pin the
+// records' layout, in C as in C++.
 #include <Wrenlink/Wrenlink.h>
-
-typedef char c_phone_info_size[(sizeof(PhoneInfo) == 162) ? 1 : -1];
-typedef char c_media_bean_size[(sizeof(__MediaBean) == 52) ? 1 : -1];
-
-size_t wrenlink_c_phone_info_size(void);
-size_t wrenlink_c_media_bean_next_offset(void);
-
-size_t wrenlink_c_phone_info_size(void) { return sizeof(PhoneInfo); }
-size_t wrenlink_c_media_bean_next_offset(void) { return offsetof(__MediaBean, next); }
-

@@ -80,9 +80,8 @@ std::string header(uint32_t magic, uint32_t length, uint32_t opcode, uint32_t cr
     return le32(magic) + le32(length) + le32(opcode) + le32(crc) + le32(status);
 }
 
-std::string reply(uint32_t status, const std::string &payload, std::optional<uint32_t> crc, uint32_t opcode) {
-    return header(wire::kMagic, static_cast<uint32_t>(payload.size()), opcode, crc.value_or(crc_of(payload)), status) +
-           payload;
+std::string reply(uint32_t status, const std::string &payload, std::optional<uint32_t> crc) {
+    return header(wire::kMagic, static_cast<uint32_t>(payload.size()), 0, crc.value_or(crc_of(payload)), status) + payload;
 }
 
 std::string event(uint32_t opcode, const std::string &payload, std::optional<uint32_t> length) {

@@ -32,8 +32,7 @@ std::string bytes(const std::string &hex);
 std::string hex(const std::string &bytes);
 
 // A reply header with the right magic, then the payload. By default `crc` is the payload's CRC.
-std::string reply(uint32_t status, const std::string &payload = {}, std::optional<uint32_t> crc = std::nullopt,
-                  uint32_t opcode = 0);
+std::string reply(uint32_t status, const std::string &payload = {}, std::optional<uint32_t> crc = std::nullopt);
 // A raw header with every field given, for malformed replies.
 std::string header(uint32_t magic, uint32_t length, uint32_t opcode, uint32_t crc, uint32_t status);
 // A scan event: header with `opcode` and `length` = payload size (unless given), then the payload.

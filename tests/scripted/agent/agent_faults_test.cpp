@@ -1,6 +1,6 @@
 // A hostile agent against every way through the agent half (the lists, the media changes, the path
-// operations and the scan's controls each share their request and reply code, so one of each
-// stands for the rest): each reply cut at every byte before
+// operations and the scan's requests, its start and the erase among them, each share their request
+// and reply code, so one of each stands for the rest): each reply cut at every byte before
 // the agent closes, a wrong magic, a refusal, a wrong CRC, and payload lengths of 0, 1, 0x7FFFFFFF,
 // 0x80000000 and 0xFFFFFFFF. Each gives the code the design names and the sticky error it names,
 // leaves the lock free, the handle's position and the out-parameters alone, and returns although
@@ -121,11 +121,7 @@ std::vector<Op> operations() {
         {"list images", 104, reply(0, item), kReset, Field::None, list_op(NMCListImages), false,
          {kClean, kShort, kShort, kShort, kShort}},
         {"add image", 105, reply(0), kReset, Field::None, text_op(NMCAddImage), false, headerOnly},
-        // A start that the agent accepts would scan; only its failures are played here.
-        {"start scan", 201, reply(0), kReset, Field::Send,
-         [](NetConnection *c) { return NDDStartScan(c, nullptr, nullptr, nullptr, nullptr, 0); }, false, {}},
         {"stop scan", 202, reply(0), kReset, Field::Send, NDDStopScan, false, headerOnly},
-        {"erase file", 208, reply(0), kReset, Field::Send, text_op(NDDEraseFile), false, {}},
     };
 }
 

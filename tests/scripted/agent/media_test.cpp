@@ -13,9 +13,6 @@ using namespace wrenlink::test;
 
 namespace {
 
-const auto item = media_item;
-void free_list(__MediaBean *record) { free_media_list(record); }
-
 // The record is packed: its fields are read by value, never bound to a reference.
 template <class T>
 T field(T value) {
@@ -31,7 +28,8 @@ TEST(Media, WorkedPacketsAndAList) {
     ScriptedAgent agent;
     agent.add(Script()
                   .expect(bytes("fc 9c cf f0 00 00 00 00 68 00 00 00 00 00 00 00 00 00 00 00"))
-                  .send(reply(0, item(0xA1B2C3D4u, "a.jpg", 1ull << 40, "/p", ~0ull, "") + item(4, "", 5, "", 6, "z")))
+                  .send(reply(0, media_item(0xA1B2C3D4u, "a.jpg", 1ull << 40, "/p", ~0ull, "") +
+                                 media_item(4, "", 5, "", 6, "z")))
                   .expect(bytes("fc 9c cf f0 03 00 00 00 69 00 00 00 00 00 00 00 00 00 00 00 61 62 63"))
                   .send(reply(5)).expect_request(101).send(reply(0)));
     NetConnection *conn = NetConnectionOpen("127.0.0.1", agent.port());
@@ -48,7 +46,7 @@ TEST(Media, WorkedPacketsAndAList) {
     EXPECT_STREQ(field(b->text1), "");  // empty, never null
     EXPECT_STREQ(field(b->text3), "z");
     EXPECT_EQ(field(b->next), nullptr);
-    free_list(head.next);
+    free_media_list(head.next);
     EXPECT_EQ(NMCAddImage(conn, "abc"), 5u);
     head.next = kUntouched;
     EXPECT_EQ(NMCListMusics(conn, &head, &count), 0u);  // an empty list
@@ -62,8 +60,8 @@ TEST(Media, ItemsAcrossManyWindowsAndOneLargerThanAWindow) {
     std::string payload;
     for (uint32_t i = 0; i < 3000; ++i) {
         const std::string big = i == 1500 ? std::string(40000, 'z') : "image/jpeg";  // grows the window
-        payload += item(i, std::string(i % 97, static_cast<char>('a' + i % 26)), i * 7ull, "n" + std::to_string(i),
-                        ~uint64_t{i}, big);
+        payload += media_item(i, std::string(i % 97, static_cast<char>('a' + i % 26)), i * 7ull, "n" + std::to_string(i),
+                              ~uint64_t{i}, big);
     }
     ScriptedAgent agent;
     agent.add(Script().expect_request(104).send(reply(0, payload)));
