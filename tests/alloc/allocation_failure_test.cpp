@@ -111,9 +111,10 @@ void run_with_each_allocation_failing(const std::vector<Case> &cases) {
 
 std::string text_of(const char *buffer, std::size_t size = 2048) { return std::string(buffer, strnlen(buffer, size)); }
 
-// The agent answers every request well, by its opcode.
+// The agent answers every request well, by its opcode. Its media list is longer than the reader's
+// window, so that a failure on the way leaves part of the payload still to be dropped.
 std::optional<std::string> serve(const Request &r) {
-    const std::string item = media_item(1, "a.jpg", 2, "/a.jpg", 3, "");
+    const std::string item = media_item(1, std::string(12 * 1024, 'a'), 2, "/a.jpg", 3, "");
     switch (r.header.opcode) {
     case 0: return bytes("00 00 00 01");
     case 1: return reply(0, le32(7));
