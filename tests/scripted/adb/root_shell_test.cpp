@@ -32,6 +32,9 @@ on big fill 5000 0)");
     const std::string big = root_text("big");
     ASSERT_EQ(big.size(), 2047u);
     EXPECT_EQ(big.substr(0, 30), "ABCDEFGHIJKLMNOPQRSTUVWXYZABCD");
+    // The rest of a first text longer than the buffer is dropped, not read as the command's answer.
+    adb.scenario("prompt \"# " + std::string(2100, 'p') + "\"\non ls out \"listing\"");
+    EXPECT_EQ(root_text("ls").substr(0, 9), "listing# ");
 }
 
 TEST(AdbIsAdbRoot, ReadsTheIdOfThePhonesShell) {
