@@ -4,6 +4,9 @@
 // and home in the environment keep every adb started from here off the default server.
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -107,6 +110,54 @@ TEST_F(LibraryAdbTest, AgentAnswersBehindTheForward) {
     ASSERT_NE(conn, nullptr);
     EXPECT_EQ(TestPing(conn), 0);
     NetConnectionClose(conn);
+}
+
+// A program pushed to the phone runs from its path with the phone's storage as its "/": this
+// machine's own cat, through qemu-user as every pushed program; what the shell says otherwise.
+TEST_F(LibraryAdbTest, PushedProgramsRunFromTheirPhonePath) {
+    if (::access("/usr/bin/qemu-x86_64-static", X_OK) != 0) GTEST_SKIP() << "qemu-user-static is not installed";
+    dir_.write("a/sdcard/note.txt", "a note\n");
+    ASSERT_EQ(AdbPushFileEx(serial_.c_str(), "/bin/cat", "/data/local/tmp/reader"), 0);
+    const std::pair<const char *, const char *> rows[] = {
+        {"chmod 644 /data/local/tmp/reader; /data/local/tmp/reader; echo $?",
+         "/system/bin/sh: /data/local/tmp/reader: can't execute: Permission denied\n126\n"},
+        {"chmod 755 /data/local/tmp/reader && /data/local/tmp/reader /sdcard/note.txt; echo $?", "a note\n0\n"},
+        {"/data/local/tmp/reader /sdcard/none; echo $?", "/data/local/tmp/reader: /sdcard/none: No such file or directory\n1\n"},
+        {"chmod 755 /sdcard/note.txt; /sdcard/note.txt; echo $?", "/system/bin/sh: /sdcard/note.txt: can't execute: Exec format error\n126\n"},
+        {"/data/local/tmp/none; echo $?", "/system/bin/sh: /data/local/tmp/none: not found\n127\n"},
+    };
+    for (const auto &[line, expected] : rows) {
+        char output[2048] = {};
+        AdbShellCommand(serial_.c_str(), line, output, true);
+        EXPECT_EQ(std::string(output), expected) << line;
+    }
+}
+
+// A forward to an abstract socket reaches a name of the longest length an address holds, and one
+// byte more is refused while the phone serves on.
+TEST_F(LibraryAdbTest, AbstractSocketNamesUpToTheirLongest) {
+    const std::string longest(107, 'n');
+    const int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path + 1, longest.data(), longest.size());
+    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    ASSERT_EQ(::listen(listener, 4), 0);
+    for (const std::string &name : {longest, longest + "n"}) {
+        const unsigned local = free_loopback_port();
+        AdbCommand((" -s " + serial_ + " forward tcp:" + std::to_string(local) + " localabstract:" + name).c_str(), nullptr,
+                   0, true);
+        NetConnection *conn = NetConnectionOpen("127.0.0.1", local);
+        ASSERT_NE(conn, nullptr) << "adb's server takes the connection before it asks the phone";
+        pollfd ready{listener, POLLIN, 0};
+        EXPECT_EQ(::poll(&ready, 1, name == longest ? 5000 : 500), name == longest ? 1 : 0) << name.size();
+        NetConnectionClose(conn);
+        if (ready.revents != 0) ::close(::accept(listener, nullptr, nullptr));
+    }
+    ::close(listener);
+    char model[32] = {};
+    EXPECT_EQ(AdbGetPhoneProductModel(serial_.c_str(), model), 0);
+    EXPECT_STREQ(model, "Alpha Phone");
 }
 
 }  // namespace
