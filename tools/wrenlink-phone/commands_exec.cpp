@@ -1,6 +1,10 @@
 // The launcher of program paths, `wrenlink-exec PATH ARGS` (see program_paths.h): it replaces
 // itself with what the path names on the phone, or says what the phone's shell would say.
 #include <fcntl.h>
+#if defined(__linux__)
+#include <sched.h>
+#include <sys/mount.h>
+#endif
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -73,8 +77,40 @@ std::string read_header(const std::string &host) {
     return n == static_cast<ssize_t>(sizeof bytes) ? std::string(bytes, sizeof bytes) : std::string();
 }
 
+bool write_text(const char *path, const std::string &text) {
+    wrenlink::UniqueFd fd(::open(path, O_WRONLY | O_CLOEXEC));
+    return fd && ::write(fd.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
+}
+
+enum class PhoneRoot { entered, unavailable, failed };
+
+// Makes the sandbox this process's "/", as a phone's storage is to its programs: a mount namespace
+// of its own (inside a user namespace of its own, mapping only this user, when not root), where
+// the host's /dev and /proc are bound into the sandbox and nothing propagates back to the host;
+// then chroot. qemu-user's -L maps only paths that exist, so a program could not create files
+// without this. `unavailable` (errno set) where the system gives no namespace.
+PhoneRoot enter_phone_root(const std::string &root, const std::string &phone_dir) {
+#if defined(__linux__)
+    const uid_t uid = ::geteuid();
+    const gid_t gid = ::getegid();
+    if (::unshare(uid == 0 ? CLONE_NEWNS : CLONE_NEWUSER | CLONE_NEWNS) != 0) return PhoneRoot::unavailable;
+    if (uid != 0 && !(write_text("/proc/self/setgroups", "deny") &&
+                      write_text("/proc/self/uid_map", std::to_string(uid) + " " + std::to_string(uid) + " 1") &&
+                      write_text("/proc/self/gid_map", std::to_string(gid) + " " + std::to_string(gid) + " 1")))
+        return PhoneRoot::failed;
+    if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return PhoneRoot::failed;
+    for (const char *dir : {"/dev", "/proc"})
+        if (::mount(dir, (root + dir).c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0) return PhoneRoot::failed;
+    if (::chroot(root.c_str()) != 0 || (::chdir(phone_dir.c_str()) != 0 && ::chdir("/") != 0)) return PhoneRoot::failed;
+    return PhoneRoot::entered;
+#else
+    errno = ENOSYS;
+    return PhoneRoot::unavailable;
+#endif
+}
+
 // A program on the phone's storage: the phone's own commands run as they are, any other ELF
-// program under qemu-user with the sandbox as the root of its absolute paths.
+// program under qemu-user with the sandbox as its root.
 int run_phone_program(const CommandContext &c, const std::string &phone_path, const std::string &host,
                       const struct stat &st, std::vector<std::string> words) {
     const std::string word = words[0];
@@ -90,10 +126,22 @@ int run_phone_program(const CommandContext &c, const std::string &phone_path, co
     if (emulator.empty()) return shell_error(word, "can't execute: Exec format error", 126);
     const std::string qemu = find_on_path(emulator);
     if (qemu.empty()) return shell_error(word, "can't execute: Exec format error (" + emulator + " is not installed here)", 126);
-    std::vector<std::string> run = {qemu, "-L", c.sandbox.root(), "-0", word, host};
+    wrenlink::UniqueFd qemu_file(::open(qemu.c_str(), O_RDONLY | O_CLOEXEC));   // still reachable after the chroot
+    if (!qemu_file) return shell_error(word, "can't execute: " + qemu + ": " + std::strerror(errno), 126);
+    std::vector<std::string> run = {qemu, "-0", word, phone_path};
+    switch (enter_phone_root(c.sandbox.root(), c.sandbox.current_phone_dir())) {
+        case PhoneRoot::entered: break;
+        case PhoneRoot::unavailable:
+            std::fprintf(stderr, "wrenlink-exec: no mount namespace here (%s): %s sees the phone's storage only where "
+                                 "its paths exist\n", std::strerror(errno), word.c_str());
+            run = {qemu, "-L", c.sandbox.root(), "-0", word, host};
+            break;
+        case PhoneRoot::failed:
+            return shell_error(word, std::string("can't execute: cannot give it the phone's root: ") + std::strerror(errno), 126);
+    }
     run.insert(run.end(), words.begin() + 1, words.end());
     auto argv = argv_of(run);
-    ::execv(qemu.c_str(), argv.data());
+    ::fexecve(qemu_file.get(), argv.data(), environ);
     return shell_error(word, "can't execute: " + qemu + ": " + std::strerror(errno), 126);
 }
 
