@@ -180,7 +180,7 @@ TEST_F(LibraryAdbTest, AgentInstallNamesWhatStopsIt) {
 
 // The phone's list of processors leads to the x86 build, which runs under qemu-i386.
 TEST_F(LibraryAdbTest, AgentInstallStopsTheAgentWhenItsPortIsForwardedElsewhere) {
-    const std::string agents = WRENLINK_PHONE_AGENTS;
+    const std::string agents = WRENLINK_PHONE_AGENTS_DIR;
     if (::access("/usr/bin/qemu-i386-static", X_OK) != 0) GTEST_SKIP() << "qemu-user-static is not installed";
     if (::access((agents + "/x86/wrenlink-agent").c_str(), R_OK) != 0) GTEST_SKIP() << "no x86 phone build in " << agents;
     const std::string elsewhere = " -s " + serial_ + " forward tcp:" + std::to_string(wrenlink_example::kEventPort) + " tcp:1";
