@@ -13,7 +13,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash scripts/ensure-packages.sh g++ clang libclang-rt-dev cmake ninja-build pkg-config libgtest-dev libgmock-dev \
-     libbenchmark-dev adb procps util-linux
+     libbenchmark-dev adb procps util-linux qemu-user-static iproute2
 
 cmake --preset dev
 cmake --build --preset dev
