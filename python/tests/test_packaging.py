@@ -2,8 +2,8 @@
 # one version everywhere.
 import base64
 import hashlib
-import importlib.util
 import re
+import runpy
 import zipfile
 
 import wrenlink
@@ -11,11 +11,9 @@ from conftest import TREE
 
 
 def test_the_wheel_holds_the_package_and_a_true_record(tmp_path):
-    spec = importlib.util.spec_from_file_location("wrenlink_build", TREE / "python/wrenlink_build.py")
-    backend = importlib.util.module_from_spec(spec)
-    spec.loader.exec_module(backend)
+    build_wheel = runpy.run_path(str(TREE / "python/wrenlink_build.py"))["build_wheel"]
     version = re.search(r"project\(Wrenlink VERSION (\S+)", (TREE / "CMakeLists.txt").read_text()).group(1)
-    name = backend.build_wheel(str(tmp_path))
+    name = build_wheel(str(tmp_path))
     assert (name, wrenlink.__version__) == (f"wrenlink-{version}-py3-none-any.whl", version)
     package = sorted(f"wrenlink/{p.name}" for p in (TREE / "python/wrenlink").glob("*.py")) + ["wrenlink/py.typed"]
     with zipfile.ZipFile(tmp_path / name) as wheel:
