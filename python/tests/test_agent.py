@@ -7,7 +7,6 @@ import struct
 
 import pytest
 
-import wrenlink
 
 MOVIE = "/Movies/VID_20240614_181200.avi"
 KINDS = {
