@@ -3,8 +3,10 @@
 # the Debian packages that are missing. Then
 #   - the development preset (AddressSanitizer + UndefinedBehaviorSanitizer): build, ctest;
 #   - the concurrency tests under ThreadSanitizer (tsan preset): build, ctest;
-#   - every other build that README.md gives: the release preset in full and the demo against its
-#     installed library (scripts/demo.sh); the packagers' lib preset, shared and static, each
+#   - every other build that README.md gives: the release preset (the benchmarks, tools and
+#     examples; warnings as errors) and the demo against its installed library (scripts/demo.sh);
+#     the Python module against the release build (scripts/test-python.sh); the packagers' lib
+#     preset, shared and static, each
 #     installed and linked into C programs; the library alone built by clang; the fuzz preset; and
 #     an application that adds the source tree with add_subdirectory while the test frameworks
 #     cannot be found.
@@ -13,7 +15,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash scripts/ensure-packages.sh g++ clang libclang-rt-dev cmake ninja-build pkg-config libgtest-dev libgmock-dev \
-     libbenchmark-dev adb procps util-linux qemu-user-static iproute2
+     libbenchmark-dev adb procps util-linux python3-pytest python3-venv qemu-user-static iproute2
 
 cmake --preset dev
 cmake --build --preset dev
@@ -24,9 +26,13 @@ cmake --build --preset tsan
 ctest --preset tsan
 
 echo "== release preset, and the demo built against its installed library"
-cmake --preset release >/dev/null
+# Warnings fail here as in the other presets; the release preset alone never fails on one.
+cmake --preset release -DWRENLINK_WARNINGS_AS_ERRORS=ON >/dev/null
 cmake --build --preset release
 bash scripts/demo.sh
+
+echo "== the Python module, installed with pip, against the release build"
+bash scripts/test-python.sh build/release
 
 echo "== lib preset: shared, then static"
 cmake --preset lib >/dev/null
