@@ -11,7 +11,6 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
-#include <filesystem>
 #include <string_view>
 #include <thread>
 
@@ -28,9 +27,9 @@ using namespace wrenlink::reference_agent;
 // Absolute: a detached agent leaves its working directory, and still removes the file at its end.
 std::string pid_file_path(const ProgramOptions &options) {
     if (!options.pid_file.empty()) {
-        std::error_code error;
-        const auto absolute = std::filesystem::absolute(options.pid_file, error);
-        return error ? options.pid_file : absolute.string();
+        char here[4096];
+        if (options.pid_file.starts_with('/') || ::getcwd(here, sizeof here) == nullptr) return options.pid_file;
+        return std::string(here) + "/" + options.pid_file;
     }
     return options.detach || options.stop ? default_pid_file() : std::string();
 }
