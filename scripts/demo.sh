@@ -17,7 +17,7 @@ top=$PWD
 
 # The packages of scripts/test.sh: configuring the release preset wants them all.
 bash scripts/ensure-packages.sh g++ cmake ninja-build pkg-config libgtest-dev libgmock-dev libbenchmark-dev \
-     adb procps util-linux qemu-user-static iproute2
+     adb procps util-linux
 
 echo "== building (release preset)"
 cmake --preset release >/dev/null
