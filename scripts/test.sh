@@ -1,6 +1,9 @@
 #!/usr/bin/env bash
 # Builds Wrenlink and runs every test, on a fresh Debian machine too: when run as root it installs
 # the Debian packages that are missing. Then
+#   - the agent's static phone builds (scripts/build-phone-agents.sh), which the development
+#     preset's ctest runs under qemu-user; both are skipped, with a message, where their packages
+#     (cross compilers, qemu-user-static) cannot be had;
 #   - the development preset (AddressSanitizer + UndefinedBehaviorSanitizer): build, ctest;
 #   - the concurrency tests under ThreadSanitizer (tsan preset): build, ctest;
 #   - every other build that README.md gives: the release preset (the benchmarks, tools and
@@ -15,7 +18,16 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash scripts/ensure-packages.sh g++ clang libclang-rt-dev cmake ninja-build pkg-config libgtest-dev libgmock-dev \
-     libbenchmark-dev adb procps util-linux python3-pytest python3-venv
+     libbenchmark-dev adb procps util-linux python3-pytest python3-venv iproute2
+
+echo "== the agent for phones: static builds for four ABIs, tested under qemu-user by the dev preset"
+if bash scripts/ensure-packages.sh g++-aarch64-linux-gnu g++-arm-linux-gnueabihf g++-i686-linux-gnu file; then
+  bash scripts/build-phone-agents.sh
+else
+  echo "phone builds skipped: their cross compilers could not be installed (their tests skip too)"
+fi
+bash scripts/ensure-packages.sh qemu-user-static ||
+  echo "qemu-user-static could not be installed: the tests of the phone builds skip"
 
 cmake --preset dev
 cmake --build --preset dev

@@ -2,12 +2,28 @@
 
 #include <signal.h>
 
+#include <cstdlib>
+#include <sstream>
 #include <stdexcept>
 
 namespace wrenlink::e2e {
 
+namespace {
+
+std::vector<std::string> agent_command(const std::filesystem::path &root) {
+    std::vector<std::string> argv;
+    const char *command = std::getenv("WRENLINK_AGENT_COMMAND");
+    std::istringstream words(command != nullptr ? command : "");
+    for (std::string word; words >> word;) argv.push_back(word);
+    if (argv.empty()) argv.emplace_back(WRENLINK_AGENT_PATH);
+    argv.insert(argv.end(), {"--port", "0", root.string()});
+    return argv;
+}
+
+}  // namespace
+
 AgentProcess::AgentProcess(const std::filesystem::path &root)
-    : process_({WRENLINK_AGENT_PATH, "--port", "0", root.string()}, {.stderrPath = ""}) {
+    : process_(agent_command(root), {.stderrPath = ""}) {
     // The first line: "listening on 127.0.0.1:PORT".
     const std::string line = process_.read_line(std::chrono::seconds(10));
     const std::size_t colon = line.rfind(':');
