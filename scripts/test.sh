@@ -16,11 +16,14 @@
 # Arguments go to the first ctest.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# Each part's heading says how long the command has run so far.
+section() { echo "== [${SECONDS}s] $*"; }
+trap 'echo "== [${SECONDS}s] test command ends"' EXIT
 
 bash scripts/ensure-packages.sh g++ clang libclang-rt-dev cmake ninja-build pkg-config libgtest-dev libgmock-dev \
      libbenchmark-dev adb procps util-linux python3-pytest python3-venv iproute2
 
-echo "== the agent for phones: static builds for four ABIs, tested under qemu-user by the dev preset"
+section "the agent for phones: static builds for four ABIs, tested under qemu-user by the dev preset"
 if bash scripts/ensure-packages.sh g++-aarch64-linux-gnu g++-arm-linux-gnueabihf g++-i686-linux-gnu file; then
   bash scripts/build-phone-agents.sh
 else
@@ -29,24 +32,26 @@ fi
 bash scripts/ensure-packages.sh qemu-user-static ||
   echo "qemu-user-static could not be installed: the tests of the phone builds skip"
 
+section "development preset: build, ctest"
 cmake --preset dev
 cmake --build --preset dev
 ctest --preset dev "$@"
 
+section "ThreadSanitizer preset: build, ctest"
 cmake --preset tsan
 cmake --build --preset tsan
 ctest --preset tsan
 
-echo "== release preset, and the demo built against its installed library"
+section "release preset, and the demo built against its installed library"
 # Warnings fail here as in the other presets; the release preset alone never fails on one.
 cmake --preset release -DWRENLINK_WARNINGS_AS_ERRORS=ON >/dev/null
 cmake --build --preset release
 bash scripts/demo.sh
 
-echo "== the Python module, installed with pip, against the release build"
+section "the Python module, installed with pip, against the release build"
 bash scripts/test-python.sh build/release
 
-echo "== lib preset: shared, then static"
+section "lib preset: shared, then static"
 cmake --preset lib >/dev/null
 cmake --build --preset lib
 bash tests/install/check_install.sh build/lib
@@ -54,13 +59,13 @@ cmake --preset lib -DBUILD_SHARED_LIBS=OFF >/dev/null
 cmake --build --preset lib
 bash tests/install/check_install.sh build/lib
 
-echo "== the library alone, built by clang; the fuzzers (scripts/fuzz.sh builds them so)"
+section "the library alone, built by clang; the fuzzers (scripts/fuzz.sh builds them so)"
 cmake --preset clang-lib >/dev/null
 cmake --build --preset clang-lib
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz
 
-echo "== an application that adds the source tree, without GoogleTest or Google Benchmark"
+section "an application that adds the source tree, without GoogleTest or Google Benchmark"
 app=build/subproject
 cmake -S tests/subproject -B "$app" -G Ninja --no-warn-unused-cli \
       -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON -DCMAKE_DISABLE_FIND_PACKAGE_benchmark=ON >/dev/null
