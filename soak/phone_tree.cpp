@@ -37,8 +37,10 @@ bool media_list_matches(MediaKind kind, const __MediaBean *first, uint32_t count
     for (const TreeFile &f : kTree)
         if (f.media && f.kind == kind) expected.emplace(f.path, f.size);
     uint32_t walked = 0;
-    for (const __MediaBean *item = first; item != nullptr && walked <= count; item = item->next, ++walked)
-        listed.emplace(item->text1 != nullptr ? item->text1 : "(null)", item->value2);
+    for (const __MediaBean *item = first; item != nullptr && walked <= count; item = item->next, ++walked) {
+        const uint64_t size = item->value2;  // a copy: the packed record's field is not aligned
+        listed.emplace(item->text1 != nullptr ? item->text1 : "(null)", size);
+    }
     if (walked != count) {
         why = "the list holds " + std::to_string(walked) + " items where the count says " + std::to_string(count);
         return false;
