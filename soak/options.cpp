@@ -1,6 +1,8 @@
 #include "soak/options.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <cstdlib>
 #include <cstring>
 #include <random>
@@ -41,8 +43,13 @@ Parsed parse_options(int argc, char **argv, Options &options, std::string &error
     for (int i = 1; i < argc; ++i) {
         const std::string option = argv[i];
         if (option == "--help" || option == "-h") return Parsed::Help;
+        static const char *const kTaking[] = {"--minutes", "--phones", "--threads", "--seed", "--log"};
+        if (std::find(std::begin(kTaking), std::end(kTaking), option) == std::end(kTaking)) {
+            error = (option.rfind("-", 0) == 0 ? "unknown option '" : "unexpected argument '") + option + "'";
+            return Parsed::Bad;
+        }
         if (i + 1 >= argc) {
-            error = option.rfind("--", 0) == 0 ? option + " needs a value" : "unexpected argument '" + option + "'";
+            error = option + " needs a value";
             return Parsed::Bad;
         }
         const char *value = argv[++i];
@@ -69,11 +76,8 @@ Parsed parse_options(int argc, char **argv, Options &options, std::string &error
                 return Parsed::Bad;
             }
             seeded = true;
-        } else if (option == "--log") {
-            options.log = value;
         } else {
-            error = "unknown option '" + option + "'";
-            return Parsed::Bad;
+            options.log = value;
         }
     }
     if (!seeded) options.seed = std::random_device{}() % 1000000;
