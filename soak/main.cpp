@@ -103,8 +103,10 @@ private:
         Injector &injector;
     };
 
+    // A line of the report that opens a phase, with the seconds the run has taken so far.
     void note(const std::string &line) {
-        std::fprintf(report_, "%s\n", line.c_str());
+        const auto at = std::chrono::duration_cast<seconds>(Clock::now() - began_).count();
+        std::fprintf(report_, "[%3lld s] %s\n", static_cast<long long>(at), line.c_str());
         std::fflush(report_);
     }
 
@@ -190,6 +192,7 @@ private:
     Ledger ledger_;
     Watchdog dog_{ledger_, Limits{}};
     Ending ending_;
+    const Clock::time_point began_ = Clock::now();
 };
 
 }  // namespace

@@ -30,8 +30,8 @@ public:
     // thread is still inside a call then (it is left running; the run must end without it).
     bool stop(std::chrono::milliseconds limit);
 
-    // Every task kind on every phone, twice, from the calling thread (while the threads rest):
-    // the tasks that did not go well, named.
+    // Every task kind on every phone (the phone list once), from the calling thread while the
+    // threads rest: the tasks that did not go well, named.
     std::vector<std::string> clean_pass();
 
 private:
