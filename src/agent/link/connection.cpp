@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
-#include <thread>
 
 #include "base/io.h"
 #include "base/platform.h"
@@ -31,20 +30,6 @@ void close_left(NetConnection *conn) noexcept {
     const int fd = conn->closeLeft.exchange(-1, std::memory_order_acq_rel);
     if (fd >= 0) close_descriptor(fd);
 }
-
-// Holds NetConnection::scanBusy: never for longer than a pointer's store or a shutdown.
-class ScanGuard {
-public:
-    explicit ScanGuard(NetConnection *conn) noexcept : busy_(conn->scanBusy) {
-        while (busy_.exchange(true, std::memory_order_acquire)) std::this_thread::yield();
-    }
-    ~ScanGuard() { busy_.store(false, std::memory_order_release); }
-    ScanGuard(const ScanGuard &) = delete;
-    ScanGuard &operator=(const ScanGuard &) = delete;
-
-private:
-    std::atomic<bool> &busy_;
-};
 
 // One send or receive loop's hold on the socket: the descriptor, or -1 once the connection is
 // closed (the system call then fails with EBADF, as on any closed descriptor).
@@ -146,7 +131,7 @@ void close_connection(NetConnection *conn) noexcept {
     if ((before & kClosed) != 0) return;  // closed already
     {
         // A scan's loop reads the event connection, not this one: ending its stream ends the loop.
-        const ScanGuard scan(conn);
+        const std::lock_guard scan(conn->scanMutex);
         if (conn->scanEvents != nullptr) ::shutdown(load_field(conn->scanEvents->sock), SHUT_RDWR);
     }
     const int fd = load_field(conn->sock);
@@ -160,15 +145,15 @@ void close_connection(NetConnection *conn) noexcept {
 }
 
 bool attach_scan_events(NetConnection *control, NetConnection *events) noexcept {
-    const ScanGuard scan(control);
-    // Under the guard, a close either sees the events or has marked the connection closed before.
+    const std::lock_guard scan(control->scanMutex);
+    // Under the lock, a close either sees the events or has marked the connection closed before.
     if ((control->users.load(std::memory_order_acquire) & kClosed) != 0) return false;
     control->scanEvents = events;
     return true;
 }
 
 void detach_scan_events(NetConnection *control) noexcept {
-    const ScanGuard scan(control);
+    const std::lock_guard scan(control->scanMutex);
     control->scanEvents = nullptr;
 }
 

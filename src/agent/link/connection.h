@@ -26,9 +26,7 @@ struct NetConnection {
     std::atomic<int> closeLeft{-1};
     // The event connection of a scan whose loop runs on this control connection: a close of this
     // one shuts that one down too, so that a caller can give up on a scan as on any other call.
-    // Guarded by a flag held for a few instructions only: the record lives as long as the process,
-    // and a mutex would make every record of a long-running application 40 bytes larger.
-    std::atomic<bool> scanBusy{false};
+    std::mutex scanMutex;
     NetConnection *scanEvents = nullptr;
 };
 
