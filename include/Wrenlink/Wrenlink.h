@@ -240,8 +240,7 @@ WRENLINK_API int32_t NetConnectionSetTimeout(NetConnection *conn, int32_t millis
 
 /* Closes the socket and clears both stored errors; NULL does nothing, a second close closes
  * nothing. Safe from any thread, also while an exchange waits on the connection: that exchange
- * fails at once, and the descriptor is closed when the last call is out of it; a scan's event loop
- * started on the connection ends too (see NDDStartScan). */
+ * fails at once, and the descriptor is closed when the last call is out of it. */
 WRENLINK_API void NetConnectionClose(NetConnection *conn);
 
 /* The connection's lock, which the file functions take around each exchange; not recursive.
@@ -282,9 +281,7 @@ typedef void (*NDDProgressCallback)(int64_t done, int64_t total, uint64_t userVa
  * that ends before the scan finished (no code event, and no progress with done >= total), an
  * event connection that cannot be opened, or no memory for the loop gives onCode(22). A found
  * item longer than 2048 bytes arrives as its first 2048, a code payload longer than 4 bytes as its
- * first 4. NULL callbacks are skipped. The event connection is closed when the loop ends. A close
- * of `conn` from another thread (a watchdog) ends the loop at once, with onCode(22) unless the scan
- * had finished, though the loop reads the event connection. */
+ * first 4. NULL callbacks are skipped. The event connection is closed when the loop ends. */
 WRENLINK_API AgentStatus NDDStartScan(NetConnection *conn, const char *unused, NDDFoundItemCallback onFoundItem,
                                       NDDCodeCallback onCode, NDDProgressCallback onProgress, uint64_t userValue);
 

@@ -95,8 +95,6 @@ void on_progress(int64_t done, int64_t total, uint64_t user) {
     if (done == 2) run->pauseFromCallback = NDDPauseScan(run->control);
 }
 
-void on_code(uint32_t code, uint64_t user) { reinterpret_cast<ScanRun *>(user)->said.push_back("code " + std::to_string(code)); }
-
 }  // namespace
 
 // A stop from another thread while the loop waits for events (the other control requests share
@@ -153,28 +151,4 @@ TEST(AgentThreads, CloseFromAnotherThreadEndsAnExchangeThatWaits) {
     EXPECT_TRUE(ended) << "the close did not end the call";
     EXPECT_NE(call.get(), 0);
     EXPECT_EQ(agent.failures(), "");
-}
-
-// The same way out of a scan whose agent has gone silent after its start: the close of the control
-// connection ends the loop, which tells code 22, though the loop reads another connection.
-TEST(AgentThreads, CloseOfTheControlConnectionEndsAScanThatWaits) {
-    std::promise<void> released;
-    const std::shared_future<void> done = released.get_future().share();
-    const auto silent = [done] { done.wait_for(std::chrono::seconds(60)); };
-    ScriptedAgent control;
-    control.add(Script().expect_request(op::kStartScan).send(reply(0)).hook(silent));
-    ScriptedAgent events(10244);
-    events.add(Script().expect(std::string(4, '\0')).send(event(205, le64(1) + le64(3))).hook(silent));
-    ScanRun run;
-    run.control = NetConnectionOpen("127.0.0.1", control.port());
-    auto scan = std::async(std::launch::async, [&] {
-        return NDDStartScan(run.control, nullptr, nullptr, on_code, on_progress, reinterpret_cast<uint64_t>(&run));
-    });
-    ASSERT_EQ(run.firstProgress.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
-    NetConnectionClose(run.control);
-    const bool ended = scan.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
-    released.set_value();
-    EXPECT_TRUE(ended) << "the close did not end the scan";
-    EXPECT_EQ(scan.get(), 0u);
-    EXPECT_EQ(run.said, (std::vector<std::string>{"1/3", "code 22"}));
 }

@@ -129,11 +129,6 @@ void close_connection(NetConnection *conn) noexcept {
     store_field(conn->sendError, 0);
     const uint32_t before = conn->users.fetch_or(kClosed, std::memory_order_acq_rel);
     if ((before & kClosed) != 0) return;  // closed already
-    {
-        // A scan's loop reads the event connection, not this one: ending its stream ends the loop.
-        const std::lock_guard scan(conn->scanMutex);
-        if (conn->scanEvents != nullptr) ::shutdown(load_field(conn->scanEvents->sock), SHUT_RDWR);
-    }
     const int fd = load_field(conn->sock);
     store_field(conn->sock, -1);
     if (fd < 0) return;
@@ -142,19 +137,6 @@ void close_connection(NetConnection *conn) noexcept {
     if ((before & ~kClosed) != 0) ::shutdown(fd, SHUT_RDWR);
     conn->closeLeft.store(fd, std::memory_order_release);
     if ((conn->users.load(std::memory_order_acquire) & ~kClosed) == 0) close_left(conn);
-}
-
-bool attach_scan_events(NetConnection *control, NetConnection *events) noexcept {
-    const std::lock_guard scan(control->scanMutex);
-    // Under the lock, a close either sees the events or has marked the connection closed before.
-    if ((control->users.load(std::memory_order_acquire) & kClosed) != 0) return false;
-    control->scanEvents = events;
-    return true;
-}
-
-void detach_scan_events(NetConnection *control) noexcept {
-    const std::lock_guard scan(control->scanMutex);
-    control->scanEvents = nullptr;
 }
 
 NetConnection *open_private_connection(const char *address, uint32_t port) {

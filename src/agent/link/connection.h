@@ -24,10 +24,6 @@ struct NetConnection {
     // for the last of them to close: its number is never reused under a running transfer.
     std::atomic<uint32_t> users{0};
     std::atomic<int> closeLeft{-1};
-    // The event connection of a scan whose loop runs on this control connection: a close of this
-    // one shuts that one down too, so that a caller can give up on a scan as on any other call.
-    std::mutex scanMutex;
-    NetConnection *scanEvents = nullptr;
 };
 
 namespace wrenlink::agent {
@@ -53,12 +49,6 @@ int32_t receive_exact(NetConnection *conn, void *buffer, int32_t length, int32_t
 // Closes the socket once and clears both sticky errors; a second close does nothing. From another
 // thread it first shuts the socket down, which ends a transfer waiting there.
 void close_connection(NetConnection *conn) noexcept;
-
-// While a scan's loop reads `events`, a close of its control connection shuts `events` down,
-// which ends the loop. Attach fails when the control connection is closed already (the loop must
-// not start then); detach before `events` is closed.
-bool attach_scan_events(NetConnection *control, NetConnection *events) noexcept;
-void detach_scan_events(NetConnection *control) noexcept;
 
 // A connection that the library opens for itself and that no caller ever sees (the event
 // connection of a scan): made like open_connection's, but handed out bare. Null on failure, also

@@ -132,31 +132,11 @@ void run_scan(NetConnection *conn, NDDFoundItemCallback onFoundItem, NDDCodeCall
     follow_scan_events(args.get());
 }
 
-// The loop's hold on its control connection: while it lasts, a close of the control connection
-// ends the event stream.
-class ScanAttachment {
-public:
-    ScanAttachment(NetConnection *control, NetConnection *events) noexcept
-        : control_(control), attached_(control != nullptr && attach_scan_events(control, events)) {}
-    ~ScanAttachment() {
-        if (attached_) detach_scan_events(control_);
-    }
-    ScanAttachment(const ScanAttachment &) = delete;
-    ScanAttachment &operator=(const ScanAttachment &) = delete;
-    // The control connection was closed before the loop began.
-    bool control_closed() const noexcept { return control_ != nullptr && !attached_; }
-
-private:
-    NetConnection *control_;
-    bool attached_;
-};
-
 }  // namespace
 
 void follow_scan_events(ScanArgs *args) {
     const Callbacks tell(*args);
-    const ScanAttachment attached(args->control, args->events);
-    if (args->events == nullptr || attached.control_closed()) {
+    if (args->events == nullptr) {
         tell.code(kStreamBroken);
         return;
     }

@@ -24,8 +24,7 @@ AgentStatus erase_file(NetConnection *conn, const char *path);
 
 // What start_scan hands to the loop.
 struct ScanArgs {
-    NetConnection *control;  // never read by the loop, which stays off it for the control operations;
-                             // its close ends the loop (null: no control connection to watch)
+    NetConnection *control;  // not used by the loop: it stays free for the control operations
     NetConnection *events;   // null when the event connection could not be opened
     NDDFoundItemCallback onFoundItem;
     NDDCodeCallback onCode;
@@ -34,8 +33,7 @@ struct ScanArgs {
 };
 
 // Greets the agent on the event connection and turns its events into callbacks until the stream
-// ends, or the control connection is closed (by another thread, giving up on the scan); then tells
-// the caller code 22 unless the scan had finished. Runs on the caller's thread.
+// ends; then tells the caller code 22 unless the scan had finished. Runs on the caller's thread.
 // Null callbacks are skipped. The connection and the block stay the caller's.
 void follow_scan_events(ScanArgs *args);
 
