@@ -28,8 +28,8 @@ public:
     NetConnection *conn() const { return conn_; }
     // One call under the watchdog: whether its result is its ok one (the data, if any, arrived).
     template <class Call>
-    bool call(const char *name, Call &&run) {
-        Watched watched(c_.dog, c_.ledger, name, static_cast<int>(phone_), Half::Agent, conn_);
+    bool call(const char *name, Call &&run, Half half = Half::Agent) {
+        Watched watched(c_.dog, c_.ledger, name, static_cast<int>(phone_), half, conn_);
         const bool ok = watched.end(static_cast<int64_t>(run())) == Verdict::Ok;
         if (!ok || watched.cut()) usable_ = false;
         return ok;
@@ -244,9 +244,12 @@ bool scan_task(Context &c, std::size_t phone) {
     if (!s.open()) return false;
     ScanSeen seen;
     const auto began = Clock::now();
-    const bool ran = s.call("NDDStartScan", [&] {
-        return NDDStartScan(s.conn(), nullptr, on_item, on_code, on_progress, reinterpret_cast<uint64_t>(&seen));
-    });
+    // The watchdog's close releases the start request only: after its reply the scan goes on to
+    // the agent's end, or to the event connection's drop.
+    const bool ran = s.call(
+        "NDDStartScan",
+        [&] { return NDDStartScan(s.conn(), nullptr, on_item, on_code, on_progress, reinterpret_cast<uint64_t>(&seen)); },
+        Half::Scan);
     if (!ran) return false;
     const int64_t outcome = seen.outcome();
     c.ledger.record("NDDStartScan.onCode", static_cast<int>(phone), began, outcome, false);

@@ -21,7 +21,8 @@ constexpr double kWeights[kFaultKinds] = {25, 10, 25, 25, 15};
 }  // namespace
 
 Injector::Injector(Farm &farm, Ledger &ledger, Keeper &keeper, Watchdog &dog, uint64_t seed)
-    : farm_(farm), ledger_(ledger), keeper_(keeper), dog_(dog), rng_(seed), next_(Clock::now()) {}
+    : farm_(farm), ledger_(ledger), keeper_(keeper), dog_(dog), rng_(seed), next_(Clock::now()),
+      stallQuietUntil_(farm.size()) {}
 
 std::chrono::milliseconds Injector::between(int lowMs, int highMs) {
     return std::chrono::milliseconds(std::uniform_int_distribution<int>(lowMs, highMs)(rng_));
@@ -38,10 +39,12 @@ bool Injector::pending_on(std::size_t phone) const {
 
 // A phone with no fault of its own or the server's, one of `preferred` where one is free; -1
 // when none is.
-int Injector::free_phone(const std::vector<int> &preferred) {
+int Injector::free_phone(const std::vector<int> &preferred, FaultKind kind) {
     std::vector<int> free, both;
+    const auto now = Clock::now();
     for (std::size_t i = 0; i < farm_.size(); ++i) {
         if (pending_on(i) || ledger_.fault_open_on(static_cast<int>(i))) continue;
+        if (kind == FaultKind::Stall && now < stallQuietUntil_[i]) continue;
         free.push_back(static_cast<int>(i));
         if (std::find(preferred.begin(), preferred.end(), static_cast<int>(i)) != preferred.end())
             both.push_back(static_cast<int>(i));
@@ -87,7 +90,11 @@ bool Injector::restore(const Pending &p) {
     case FaultKind::Unplug:
         if (!farm_.start_phone(p.phone)) return false;  // tried again at the next turn
         break;
-    case FaultKind::Stall: farm_.resume_phone(p.phone); break;
+    case FaultKind::Stall:
+        farm_.resume_phone(p.phone);
+        // One stall at most in a scan's life: the scan that a stall holds waits for its end.
+        stallQuietUntil_[p.phone] = Clock::now() + dog_.limits().scanHang;
+        break;
     case FaultKind::AgentKill:
         if (!farm_.start_agent(p.phone)) return false;
         break;
@@ -122,7 +129,7 @@ bool Injector::inject(FaultKind kind) {
         if (preferred.empty() && now - agentKillWanted_ < kAgentKillPatience) return false;
         agentKillWanted_ = {};
     }
-    const int phone = free_phone(preferred);
+    const int phone = free_phone(preferred, kind);
     if (phone < 0) return false;
     const auto i = static_cast<std::size_t>(phone);
     const Phone &p = farm_.phone(i);
@@ -137,7 +144,7 @@ bool Injector::inject(FaultKind kind) {
         if (!farm_.phone_up(i)) return false;
         const int fault = ledger_.begin_fault(kind, phone);
         farm_.stall_phone(i);
-        pending_.push_back({Clock::now() + between(1000, 6000), kind, i, fault});
+        pending_.push_back({Clock::now() + between(1000, static_cast<int>(kLongestStall.count())), kind, i, fault});
         return true;
     }
     case FaultKind::AgentKill: {

@@ -3,7 +3,8 @@
 //     little later (the server's transport drops, as when a cable is pulled; the agent lives on);
 //   - the adb server killed with SIGKILL (the library's next run starts one again, as adb does);
 //   - an agent killed, in the middle of a scan or a transfer where one runs, and started again;
-//   - a phone stalled (SIGSTOP) for a few seconds, then let go on (SIGCONT);
+//   - a phone stalled (SIGSTOP) for a few seconds, then let go on (SIGCONT), and not stalled again
+//     before a scan that the stall held has had its time to end;
 //   - a phone's control forward removed.
 // At most one fault holds on a phone at a time, and none while the server's does; the keeper
 // repairs what is left to repair. The main thread drives it (tend), so that every process is
@@ -45,7 +46,7 @@ private:
     bool restore(const Pending &p);
     bool inject(FaultKind kind);
     FaultKind draw_kind();
-    int free_phone(const std::vector<int> &preferred);
+    int free_phone(const std::vector<int> &preferred, FaultKind kind);
     std::chrono::milliseconds between(int lowMs, int highMs);
     bool pending_on(std::size_t phone) const;
 
@@ -57,6 +58,7 @@ private:
     std::vector<Pending> pending_;
     Clock::time_point next_;
     Clock::time_point agentKillWanted_{};  // since when an agent kill waits for a scan or a transfer
+    std::vector<Clock::time_point> stallQuietUntil_;  // by phone: no stall before
 };
 
 }  // namespace wrenlink::soak

@@ -38,8 +38,10 @@ using namespace wrenlink::soak;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
+// The warm-ups of a long run; a short one (the test command's) halves them.
 constexpr auto kQuietWarmUp = seconds(8);
 constexpr auto kFaultyWarmUp = seconds(20);
+constexpr double kShortRunMinutes = 5;
 constexpr auto kProgressEvery = seconds(15);
 constexpr auto kRepairLimit = seconds(60);
 constexpr auto kSettle = seconds(2);
@@ -74,14 +76,16 @@ public:
         Injector injector(farm_, ledger_, keeper, dog_, options_.seed);
         Phases phases{keeper, conns, workers, injector};
 
-        note("warm-up: " + std::to_string(kQuietWarmUp.count()) + " s without faults, then a clean pass");
-        if (!work(phases, kQuietWarmUp, false)) return abandon();
+        const int share = options_.minutes < kShortRunMinutes ? 2 : 1;
+        const auto quietWarmUp = kQuietWarmUp / share, faultyWarmUp = kFaultyWarmUp / share;
+        note("warm-up: " + std::to_string(quietWarmUp.count()) + " s without faults, then a clean pass");
+        if (!work(phases, quietWarmUp, false)) return abandon();
         if (const auto failed = workers.clean_pass(); !failed.empty())
             return fail("the clean pass before any fault failed: " + failed.front());
         // The first faults take the process to paths it meets only then (and its allocator to the
         // sizes they need): the census that the end is held against comes after some.
-        note("warm-up: " + std::to_string(kFaultyWarmUp.count()) + " s with faults, then the settle and the census");
-        if (!work(phases, kFaultyWarmUp, true) || !settle(phases)) return abandon();
+        note("warm-up: " + std::to_string(faultyWarmUp.count()) + " s with faults, then the settle and the census");
+        if (!work(phases, faultyWarmUp, true) || !settle(phases)) return abandon();
         ending_.before = census(conns, keeper);
 
         note("faults: " + std::to_string(std::lround(options_.minutes * 60)) + " s");

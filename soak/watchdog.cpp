@@ -51,6 +51,15 @@ std::vector<Watchdog::InFlight> Watchdog::in_flight() const {
     return running;
 }
 
+std::chrono::milliseconds Watchdog::hang_limit(Half half) const {
+    switch (half) {
+    case Half::Agent: return limits_.agentHang;
+    case Half::Scan: return limits_.scanHang;
+    case Half::Adb: break;
+    }
+    return limits_.adbHang;
+}
+
 void Watchdog::run() {
     std::unique_lock lock(mutex_);
     while (!wake_.wait_for(lock, kTick, [this] { return stopping_; })) {
@@ -61,7 +70,7 @@ void Watchdog::run() {
                 NetConnectionClose(call.conn);  // the waiting call must return now
                 call.cut = true;
             }
-            const auto hangAfter = call.half == Half::Agent ? limits_.agentHang : limits_.adbHang;
+            const auto hangAfter = hang_limit(call.half);
             if (!call.hung && waited > hangAfter) {
                 call.hung = true;
                 ledger_.hang(call.call, call.phone, std::chrono::duration<double>(waited).count());

@@ -3,6 +3,11 @@
 // closes the call's connection from its own thread, and the call must then return. A call of the
 // agent half still waiting a margin after that, or a call of the adb half waiting longer than the
 // longest stall plus a margin, is a hang.
+//
+// A scan is between the two. The close releases its start request, but its event loop reads a
+// connection of its own, which only the agent ends: a scan whose phone stalls waits for the stall
+// to end (every other fault closes the event connection). A scan is a hang when it outlasts the
+// longest stall plus a margin.
 #pragma once
 
 #include <chrono>
@@ -20,7 +25,10 @@
 
 namespace wrenlink::soak {
 
-enum class Half { Agent, Adb };
+enum class Half { Agent, Scan, Adb };
+
+// The longest stall the injector makes.
+constexpr std::chrono::milliseconds kLongestStall{6000};
 
 struct Limits {
     std::chrono::milliseconds agentCut{3000};   // the watchdog closes the connection
@@ -29,6 +37,9 @@ struct Limits {
     // run before each of its own (AdbGetPhoneList makes three for every phone), and each of those
     // may wait for a stalled phone: the margin is wide.
     std::chrono::milliseconds adbHang{95000};
+    // The longest stall plus a margin: the scan's own length, and the server's delivery of what
+    // the agent sent while the phone stood still.
+    std::chrono::milliseconds scanHang{kLongestStall + std::chrono::milliseconds(14000)};
 };
 
 class Watchdog {
@@ -60,6 +71,7 @@ public:
 
 private:
     void run();
+    std::chrono::milliseconds hang_limit(Half half) const;
 
     Ledger &ledger_;
     const Limits limits_;
