@@ -14,8 +14,9 @@ namespace wrenlink::support {
 // keeps its key. Call before any thread starts.
 void use_private_adb_server(uint16_t port, const std::string &home);
 
-// The server process on the private port ("adb -L tcp:PORT fork-server ..."), found in /proc; -1
-// when none runs.
+// The server process on the private port ("adb -L tcp:PORT fork-server ..."), found in /proc: the
+// one that listens there. A server that two tool runs started at once, and that lost the port to
+// the other, is never it (it ends by itself). -1 when none listens.
 pid_t adb_server_pid();
 
 }  // namespace wrenlink::support
