@@ -4,8 +4,8 @@
 // hung, corrupted data, gave an undocumented result or leaked. The phases:
 //
 //   set-up      phones, agents, the server; the keeper connects the phones and makes the forwards
-//   warm-up     the threads work without faults, and a clean pass; then with faults, the settle
-//               and the census
+//   warm-up     the threads work without faults, and a clean pass; then with faults, and after
+//               every fault is undone and repaired and the threads have stopped, the census
 //   faults      the threads work while the injector injects, for --minutes
 //   settle      every fault undone and repaired, the threads stopped, a clean pass; the census
 #include <fcntl.h>
@@ -84,12 +84,12 @@ public:
             return fail("the clean pass before any fault failed: " + failed.front());
         // The first faults take the process to paths it meets only then (and its allocator to the
         // sizes they need): the census that the end is held against comes after some.
-        note("warm-up: " + std::to_string(faultyWarmUp.count()) + " s with faults, then the settle and the census");
-        if (!work(phases, faultyWarmUp, true) || !settle(phases)) return abandon();
+        note("warm-up: " + std::to_string(faultyWarmUp.count()) + " s with faults, then the repairs and the census");
+        if (!work(phases, faultyWarmUp, true) || !settle(phases, false)) return abandon();
         ending_.before = census(conns, keeper);
 
         note("faults: " + std::to_string(std::lround(options_.minutes * 60)) + " s");
-        if (!work(phases, milliseconds(static_cast<long>(options_.minutes * 60000)), true) || !settle(phases))
+        if (!work(phases, milliseconds(static_cast<long>(options_.minutes * 60000)), true) || !settle(phases, true))
             return abandon();
         std::this_thread::sleep_for(kSettle);
         ending_.after = census(conns, keeper);
@@ -122,14 +122,16 @@ private:
         return faults || p.workers.stop(dog_.limits().adbHang + seconds(5));
     }
 
-    // Every fault undone and repaired, the threads stopped, and a clean pass over every phone.
-    // False when a thread never came back from a call.
-    bool settle(Phases &p) {
-        note("settle: every fault undone and repaired, the threads stopped, a clean pass");
+    // Every fault undone and repaired, the threads stopped, and at the end a clean pass over every
+    // phone. False when a thread never came back from a call.
+    bool settle(Phases &p, bool end) {
+        note(end ? "settle: every fault undone and repaired, the threads stopped, a clean pass"
+                 : "repairs: every fault undone and repaired, the threads stopped");
         p.injector.restore_all();
         const bool repaired = p.keeper.wait_all_whole(kRepairLimit);
         if (!p.workers.stop(dog_.limits().adbHang + seconds(5))) return false;
         if (!repaired) ending_.cleanPassFailures.push_back("the repair of every phone after the faults");
+        if (!end) return true;
         std::vector<std::string> failed;
         for (int attempt = 0; attempt < 3; ++attempt) {
             failed = p.workers.clean_pass();
