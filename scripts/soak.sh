@@ -42,6 +42,8 @@ isolated() {
 status=0
 isolated build/release/soak/bin/wrenlink-soak --log build/release/soak/output.log "$@" | tee "$report" ||
   status=${PIPESTATUS[0]}
+# --help, or a command line refused: no run began, and the program's status stands.
+head -n 1 "$report" | grep -q '^soak: seed ' || exit "$status"
 # A soak that died leaves no last line: the last progress line stands for it, with the crash.
 if ((status > 128)) || ! tail -n 1 "$report" | grep -q '^soak: .* leaked$'; then
   last=$(sed -n 's/^  at [0-9]* s[^:]*: //p' "$report" | tail -n 1)
