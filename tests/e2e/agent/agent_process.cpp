@@ -6,8 +6,19 @@
 
 namespace wrenlink::e2e {
 
-AgentProcess::AgentProcess(const std::filesystem::path &root)
-    : process_({WRENLINK_AGENT_PATH, "--port", "0", root.string()}, {.stderrPath = ""}) {
+namespace {
+
+std::vector<std::string> agent_command(const std::filesystem::path &root, const std::vector<std::string> &options) {
+    std::vector<std::string> argv{WRENLINK_AGENT_PATH, "--port", "0"};
+    argv.insert(argv.end(), options.begin(), options.end());
+    argv.push_back(root.string());
+    return argv;
+}
+
+}  // namespace
+
+AgentProcess::AgentProcess(const std::filesystem::path &root, const std::vector<std::string> &options)
+    : process_(agent_command(root, options), {.stderrPath = ""}) {
     // The first line: "listening on 127.0.0.1:PORT".
     const std::string line = process_.read_line(std::chrono::seconds(10));
     const std::size_t colon = line.rfind(':');
