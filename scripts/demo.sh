@@ -7,7 +7,10 @@
 #   - makes a sample phone under build/demo-run, serves it with the agent, runs the demo, stops
 #     the agent. When adb is installed, the agent sits behind a simulated phone
 #     (tools/wrenlink-phone) that a private adb server connects to, and the demo reaches it
-#     through adb: it lists the phone and forwards its port.
+#     through adb: it lists the phone and forwards its port;
+#   - when the phone builds of the agent are installed too (scripts/build-phone-agents.sh made
+#     them before) and qemu-user-static is there, runs the demo once more with --install-agent:
+#     it installs the arm64 build from its own install tree on a simulated arm64 phone.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 top=$PWD
@@ -41,3 +44,13 @@ echo
 mkdir -p build/demo-run
 bash scripts/run-demo.sh "$stage/bin/wrenlink-agent" build/release/bin/make-sample-phone \
      "$stage/bin/wrenlink-demo" "$top/build/demo-run" "$top/build/release/bin/wrenlink-phone"
+
+if [[ -n ${adb_path:-} && -f $stage/share/wrenlink/phone-agents/arm64-v8a/wrenlink-agent ]] &&
+   command -v qemu-aarch64-static >/dev/null; then
+  echo
+  echo "== running the demo again: it installs the agent on the simulated phone"
+  echo
+  mkdir -p build/demo-install-run
+  bash scripts/run-demo.sh "$stage/bin/wrenlink-agent" build/release/bin/make-sample-phone \
+       "$stage/bin/wrenlink-demo" "$top/build/demo-install-run" "$top/build/release/bin/wrenlink-phone" installed
+fi

@@ -2,6 +2,8 @@
 // what it does). It uses nothing but the public header and the installed library.
 #include <Wrenlink/Wrenlink.h>
 
+#include "agent_install.h"
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -18,23 +20,31 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
 namespace {
 
 const char kUsage[] =
-    "usage: wrenlink-demo [--address A] [--port N] [--forward PHONE_PORT [--serial S]] [--out DIR]\n"
+    "usage: wrenlink-demo [--address A] [--port N] [--forward PHONE_PORT | --install-agent [--agents DIR]]\n"
+    "                     [--serial S] [--out DIR]\n"
     "\n"
     "Lists the phones that adb sees, connects to the phone-side agent (through a port adb forwards,\n"
-    "or to wrenlink-agent on this machine directly), pings it, scans the phone with a live progress\n"
+    "to wrenlink-agent on this machine directly, or to one it installs on the phone), pings it, scans the phone with a live progress\n"
     "bar, lists the media catalogue, copies the largest item from the phone and verifies it, and\n"
     "writes a file back and deletes it.\n"
     "\n"
     "  --address A   the agent's dotted IPv4 address (default 127.0.0.1)\n"
     "  --port N      the agent's port (default 10243); with --forward, the local end\n"
     "  --forward P   have adb forward --port to port P of the phone first\n"
-    "  --serial S    the phone to forward through (default: the first authorised one)\n"
+    "  --install-agent\n"
+    "                push the agent built for the phone's processor to it, start it, and have adb\n"
+    "                forward --port and 127.0.0.1:10244 (scan events) to it; at the end, also after\n"
+    "                a failed step, the agent is stopped and the forwards removed\n"
+    "  --agents DIR  the phone builds, DIR/<abi>/wrenlink-agent (default: share/wrenlink/phone-agents\n"
+    "                beside this program's folder, as installed)\n"
+    "  --serial S    the phone to forward through or install on (default: the first authorised one)\n"
     "  --out DIR     an existing directory for the copied file (default .)\n"
     "\n"
     "adb is the library's: Resources/adb beside the folder of this program. When no adb server\n"
@@ -54,9 +64,14 @@ struct Options {
     uint32_t forward = 0;   // the agent's port on the phone; 0: connect directly
     std::string serial;     // the phone to forward through; empty: the first authorised one
     std::string out = ".";
+    bool install_agent = false;
+    std::string agents;     // the phone builds; empty: the install tree's
 };
 
 bool g_tty = false;
+
+// The agent this run installed on the phone, taken away again on every way out.
+std::unique_ptr<wrenlink_example::AgentInstall> g_installed;
 
 // ---- the adb server --------------------------------------------------------------------------
 
@@ -92,6 +107,7 @@ void stop_adb_server_we_started() {
 [[noreturn]] void fail(const std::string &what) {
     std::fprintf(stderr, "\nwrenlink-demo: %s\n", what.c_str());
     std::fflush(stderr);
+    if (g_installed && !g_installed->remove()) std::fprintf(stderr, "wrenlink-demo: %s\n", g_installed->error().c_str());
     stop_adb_server_we_started();
     std::exit(1);
 }
@@ -156,13 +172,18 @@ uint32_t port_value(const std::string &option, const std::string &text) {
 // Every value is checked here, before the first step.
 Options parse(int argc, char **argv) {
     Options o;
+    std::string address_or_forward;   // the options that --install-agent replaces
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         if (a == "--help" || a == "-h") {
             std::fputs(kUsage, stdout);
             std::exit(0);
         }
-        if (a != "--address" && a != "--port" && a != "--forward" && a != "--serial" && a != "--out")
+        if (a == "--install-agent") {
+            o.install_agent = true;
+            continue;
+        }
+        if (a != "--address" && a != "--port" && a != "--forward" && a != "--serial" && a != "--out" && a != "--agents")
             usage_error((a.starts_with('-') ? "unknown option: " : "unexpected argument: ") + a);
         if (i + 1 == argc) usage_error(a + " needs a value");
         const std::string value = argv[++i];
@@ -174,10 +195,14 @@ Options parse(int argc, char **argv) {
         } else if (a == "--port" || a == "--forward") {
             (a == "--port" ? o.port : o.forward) = port_value(a, value);
         } else {
-            (a == "--serial" ? o.serial : o.out) = value;
+            (a == "--serial" ? o.serial : a == "--agents" ? o.agents : o.out) = value;
         }
+        if (a == "--address" || a == "--forward") address_or_forward = a;
     }
-    if (!o.serial.empty() && o.forward == 0) usage_error("--serial goes with --forward");
+    if (o.install_agent && !address_or_forward.empty())
+        usage_error(address_or_forward + " does not go with --install-agent, which forwards through adb on 127.0.0.1");
+    if (!o.agents.empty() && !o.install_agent) usage_error("--agents goes with --install-agent");
+    if (!o.serial.empty() && o.forward == 0 && !o.install_agent) usage_error("--serial goes with --forward or --install-agent");
     // The copy goes there at step 5: a directory that can't take it fails the run now.
     struct stat out {};
     const char *unusable = nullptr;
@@ -227,7 +252,17 @@ std::string list_phones() {
 
 // ---- 2. Agent --------------------------------------------------------------------------------
 
+NetConnection *install_agent(const Options &o) {
+    step(2, "Agent installed on the phone through adb");
+    g_installed = std::make_unique<wrenlink_example::AgentInstall>(
+        wrenlink_example::AgentInstallSettings{.serial = o.serial, .agents_dir = o.agents, .control_port = o.port},
+        [](const std::string &line) { std::printf("      %s\n", line.c_str()); });
+    if (!g_installed->install()) fail(g_installed->error());
+    return g_installed->connection();
+}
+
 NetConnection *connect_to_agent(const Options &o, const std::string &listed_phone) {
+    if (o.install_agent) return install_agent(o);
     step(2, "Agent at " + o.address + ":" + std::to_string(o.port));
     if (o.forward != 0) {
         const std::string serial = o.serial.empty() ? listed_phone : o.serial;
@@ -455,7 +490,8 @@ int main(int argc, char **argv) {
     const auto media = list_media(conn);
     copy_from_phone(conn, media, options.out);
     write_to_phone(conn);
-    NetConnectionClose(conn);
+    if (!g_installed) NetConnectionClose(conn);
+    else if (!g_installed->remove()) fail(g_installed->error());
     std::printf("All steps passed.\n");
     stop_adb_server_we_started();
     return 0;

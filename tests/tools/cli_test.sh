@@ -74,6 +74,9 @@ expect 2 err "$demo_name: unknown option: --bogus"                     "$demo" -
 expect 2 err "--port takes a number from 1 to 65535, not '0'"          "$demo" --port 0
 expect 2 err "--address takes a dotted IPv4 address, not 'nowhere'"    "$demo" --address nowhere
 expect 1 err '--out /nowhere: No such file or directory'               "$demo" --out /nowhere
+expect 2 err "--forward does not go with --install-agent"              "$demo" --install-agent --forward 5
+expect 2 err "--agents goes with --install-agent"                       "$demo" --agents /nowhere
+expect 1 err+ 'adb is missing: the library looks for it at .*/Resources/adb' "$demo" --install-agent
 expect 1 err+ 'cannot connect to the agent'                            "$demo" --port "$closed"
 
 # Run directly, the demo stops the adb server that it started, also when a step fails.

@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "phone.h"
+#include "program_paths.h"
 
 namespace phone {
 
@@ -33,6 +34,7 @@ constexpr Entry kCommands[] = {
     {"am", command_am},           {"dumpsys", command_dumpsys}, {"df", command_df},   {"ls", command_ls},
     {"mv", command_mv},           {"rm", command_rm},       {"rmdir", command_rmdir}, {"mkdir", command_mkdir},
     {"chmod", command_chmod},     {"dd", command_dd},       {"cat", command_cat},
+    {kLauncherName, command_exec},
 };
 
 std::optional<CommandContext> context_from_environment(std::string_view name) {

@@ -48,6 +48,8 @@ int command_mkdir(CommandContext &c);
 int command_chmod(CommandContext &c);
 int command_dd(CommandContext &c);
 int command_cat(CommandContext &c);
+// The launcher of program paths (program_paths.h).
+int command_exec(CommandContext &c);
 
 // Shared by the commands that move files around.
 bool remove_tree(const std::string &host_path);

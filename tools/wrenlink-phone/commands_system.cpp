@@ -13,6 +13,7 @@
 #include "commands.h"
 #include "phone.h"
 #include "phone_state.h"
+#include "program_paths.h"
 
 namespace phone {
 
@@ -348,6 +349,7 @@ int command_su(CommandContext &c) {
     if (i < c.args.size() && (c.args[i] == "0" || c.args[i] == "root" || c.args[i] == "-")) ++i;
     std::string command;
     if (i < c.args.size()) command = c.args[i] == "-c" ? join(c.args, i + 1) : join(c.args, i);
+    command = route_program_paths(command, launcher_path(c.sandbox));
     ::setenv(kEnvUid, "0", 1);
     ::setenv("PS1", "# ", 1);
     std::fflush(stdout);

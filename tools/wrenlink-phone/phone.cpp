@@ -16,7 +16,7 @@ namespace {
 // The phone's skeleton: what a freshly flashed phone has that the library's commands reach for.
 constexpr const char *kDirectories[] = {
     "/system/bin", "/system/app", "/data/app", "/data/data", "/data/local/tmp", "/data/system",
-    "/sdcard",     "/storage",    "/proc",
+    "/sdcard",     "/storage",    "/proc",       "/dev",
 };
 
 // Variables of the host that the phone's commands keep: the sanitizers' settings, so that a

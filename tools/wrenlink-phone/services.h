@@ -1,4 +1,5 @@
-// The services a phone offers on a stream the server opens: "shell:", "sync:" and "tcp:PORT".
+// The services a phone offers on a stream the server opens: "shell:", "sync:", "tcp:PORT" and
+// "localabstract:NAME".
 #pragma once
 
 #include <string_view>
@@ -20,5 +21,6 @@ bool write_all_unless_closed(int fd, std::string_view data, int closed_signal);
 void run_shell(Stream &stream, std::string_view command, const PhoneContext &phone);
 void run_sync(Stream &stream, const PhoneContext &phone);
 void run_tcp_forward(Stream &stream, std::string_view target, const PhoneContext &phone);
+void run_abstract_forward(Stream &stream, std::string_view name, const PhoneContext &phone);
 
 }  // namespace phone

@@ -1,6 +1,7 @@
 // "shell:COMMAND" runs the command under /bin/sh with its output and errors in one stream, as a
-// phone without the newer shell protocol does; "shell:" alone is an interactive shell on a
-// pseudo-terminal, with its echo, its prompt and its CR LF line ends.
+// phone without the newer shell protocol does, its program paths routed (program_paths.h);
+// "shell:" alone is an interactive shell on a pseudo-terminal, with its echo, its prompt and its
+// CR LF line ends.
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -21,6 +22,7 @@
 #include "base/platform.h"
 #include "log.h"
 #include "phone.h"
+#include "program_paths.h"
 #include "services.h"
 #include "transport.h"
 
@@ -81,7 +83,8 @@ bool spawn_raw(ShellChild &child, std::string_view command, const PhoneContext &
     wrenlink::UniqueFd in_read(in[0]), in_write(in[1]);
     if (!wrenlink::platform::cloexec_pipe(out)) return false;
     wrenlink::UniqueFd out_read(out[0]), out_write(out[1]);
-    const ExecPlan plan({"sh", "-c", std::string(command)}, phone.shell_environment(phone.adbd_is_root()));
+    const ExecPlan plan({"sh", "-c", route_program_paths(command, launcher_path(phone.sandbox))},
+                        phone.shell_environment(phone.adbd_is_root()));
     const std::string dir = phone.sandbox.root();
     struct sigaction default_action {};
     default_action.sa_handler = SIG_DFL;
