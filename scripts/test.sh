@@ -3,7 +3,8 @@
 # the Debian packages that are missing. Then
 #   - the development preset (AddressSanitizer + UndefinedBehaviorSanitizer): build, ctest;
 #   - the concurrency tests under ThreadSanitizer (tsan preset): build, ctest;
-#   - every other build that README.md gives: the release preset in full and the demo against its
+#   - every other build that README.md gives: the release preset (the benchmarks, tools and
+#     examples; warnings as errors) and the demo against its
 #     installed library (scripts/demo.sh); the packagers' lib preset, shared and static, each
 #     installed and linked into C programs; the library alone built by clang; the fuzz preset; and
 #     an application that adds the source tree with add_subdirectory while the test frameworks
@@ -24,7 +25,8 @@ cmake --build --preset tsan
 ctest --preset tsan
 
 echo "== release preset, and the demo built against its installed library"
-cmake --preset release >/dev/null
+# Warnings fail here as in the other presets; the release preset alone never fails on one.
+cmake --preset release -DWRENLINK_WARNINGS_AS_ERRORS=ON >/dev/null
 cmake --build --preset release
 bash scripts/demo.sh
 
