@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include "agent_install.h"
 #include "window_thread.h"
 
 namespace {
@@ -41,6 +42,7 @@ AdbQueue::AdbQueue(QObject *parent) : QObject(parent), worker_(new QObject) {
 AdbQueue::~AdbQueue() {
     thread_.quit();
     thread_.wait();
+    installed_.reset();  // the queue's thread has ended: its agent is stopped from here
 }
 
 void AdbQueue::enqueue(std::function<void()> call) {
@@ -70,5 +72,34 @@ void AdbQueue::forward(const QString &serial, quint16 localPort, quint16 phonePo
         // Always 0: a forward that adb refused shows when the connection through it fails.
         AdbForward(serial.toUtf8().constData(), localPort, phonePort);
         onWindowThread(this, [this, serial, localPort] { emit forwarded(serial, localPort); });
+    });
+}
+
+void AdbQueue::installAgent(const QString &serial, quint16 controlPort) {
+    enqueue([this, serial, controlPort] {
+        installed_.reset();
+        installed_ = std::make_unique<wrenlink_example::AgentInstall>(
+            wrenlink_example::AgentInstallSettings{.serial = serial.toStdString(), .agents_dir = {}, .control_port = controlPort},
+            [this](const std::string &line) {
+                onWindowThread(this, [this, line = QString::fromStdString(line)] { emit installReport(line); });
+            });
+        if (!installed_->install()) {
+            const QString why = "Installing the agent: " + QString::fromStdString(installed_->error());
+            installed_.reset();
+            onWindowThread(this, [this, why] { emit installFailed(why); });
+            return;
+        }
+        onWindowThread(this, [this, serial, controlPort] { emit agentInstalled(serial, controlPort); });
+    });
+}
+
+void AdbQueue::removeAgent() {
+    enqueue([this] {
+        if (installed_ && !installed_->remove()) {
+            const QString why = "Removing the agent: " + QString::fromStdString(installed_->error());
+            onWindowThread(this, [this, why] { emit failed(why); });
+        }
+        installed_.reset();
+        onWindowThread(this, [this] { emit agentRemoved(); });
     });
 }

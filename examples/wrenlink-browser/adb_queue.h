@@ -10,9 +10,14 @@
 #include <QThread>
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <vector>
 
 #include "records.h"
+
+namespace wrenlink_example {
+class AgentInstall;
+}
 
 class AdbQueue : public QObject {
     Q_OBJECT
@@ -25,11 +30,20 @@ public:
     void listPhones();
     // adb forwards localPort of this machine to phonePort of the phone: forwarded.
     void forward(const QString &serial, quint16 localPort, quint16 phonePort);
+    // Installs the agent on the phone and has adb forward controlPort (and the scan's event port)
+    // to it: installReport for each step, then agentInstalled or installFailed. Removing it stops it on
+    // the phone and removes the forwards (agentRemoved); so does the destructor.
+    void installAgent(const QString &serial, quint16 controlPort);
+    void removeAgent();
 
 signals:
     void phonesListed(const std::vector<Phone> &phones);
     void adbMissing(const QString &path);
     void forwarded(const QString &serial, quint16 localPort);
+    void installReport(const QString &line);
+    void agentInstalled(const QString &serial, quint16 controlPort);
+    void installFailed(const QString &why);
+    void agentRemoved();
     void failed(const QString &what);
 
 private:
@@ -38,4 +52,5 @@ private:
     QThread thread_;
     QObject *worker_;  // lives on thread_: the queued calls are its events
     std::atomic<bool> listingQueued_{false};
+    std::unique_ptr<wrenlink_example::AgentInstall> installed_;  // the queue's thread only
 };

@@ -22,8 +22,7 @@ ConnectPanel::ConnectPanel(QWidget *parent)
     forwardPort_->setRange(1, 65535);
     forwardPort_->setValue(10243);
     forwardPort_->setEnabled(false);
-    install_->setEnabled(false);
-    install_->setToolTip("Installs the agent on the selected phone");
+    install_->setToolTip("Pushes the agent built for the selected phone's processor to it, starts it and forwards Port to it");
     state_->setWordWrap(true);
 
     auto *forwardRow = new QHBoxLayout;
@@ -46,7 +45,15 @@ ConnectPanel::ConnectPanel(QWidget *parent)
         emit connectAsked(address_->text(), static_cast<quint16>(port_->value()),
                           forward_->isChecked() ? static_cast<quint16>(forwardPort_->value()) : quint16{0});
     });
-    connect(install_, &QPushButton::clicked, this, &ConnectPanel::installAsked);
+    connect(install_, &QPushButton::clicked, this, [this] {
+        if (installed_) return emit removeAsked();
+        emit installAsked(static_cast<quint16>(port_->value()));
+    });
+}
+
+void ConnectPanel::showInstalled(bool installed) {
+    installed_ = installed;
+    install_->setText(installed ? "Remove agent" : "Install agent");
 }
 
 void ConnectPanel::setTarget(const QString &address, quint16 port, quint16 forwardPort) {

@@ -18,12 +18,15 @@ public:
     void setTarget(const QString &address, quint16 port, quint16 forwardPort);
     // The button connects or disconnects; `text` says where things stand.
     void showState(bool connected, const QString &text);
+    // The install button installs, or removes what it installed.
+    void showInstalled(bool installed);
 
 signals:
     // forwardPort 0: connect to address:port directly.
     void connectAsked(const QString &address, quint16 port, quint16 forwardPort);
     void disconnectAsked();
-    void installAsked();
+    void installAsked(quint16 controlPort);
+    void removeAsked();
 
 private:
     QLineEdit *address_;
@@ -32,4 +35,5 @@ private:
     QPushButton *connect_, *install_;
     QLabel *state_;
     bool connected_ = false;
+    bool installed_ = false;
 };

@@ -58,6 +58,24 @@ MainWindow::MainWindow(const BrowserOptions &options, QWidget *parent)
     });
     connect(connect_, &ConnectPanel::connectAsked, this, &MainWindow::connectAgent);
     connect(connect_, &ConnectPanel::disconnectAsked, this, &MainWindow::disconnectAgent);
+    connect(connect_, &ConnectPanel::installAsked, this, &MainWindow::installAgent);
+    connect(connect_, &ConnectPanel::removeAsked, this, [this] {
+        disconnectAgent();  // the connections go before the agent does
+        adb_.removeAgent();
+    });
+    connect(&adb_, &AdbQueue::installReport, this, &MainWindow::showStatus);
+    connect(&adb_, &AdbQueue::agentInstalled, this, [this](const QString &, quint16 port) {
+        connect_->showInstalled(true);
+        openAgent("127.0.0.1", port);
+    });
+    connect(&adb_, &AdbQueue::installFailed, this, [this](const QString &why) {
+        connect_->showState(false, "Not connected");
+        showStatus(why);
+    });
+    connect(&adb_, &AdbQueue::agentRemoved, this, [this] {
+        connect_->showInstalled(false);
+        showStatus("Removed the agent from the phone");
+    });
 
     connect_->setTarget(options_.address, options_.port, options_.forward);
     if (options_.forward != 0) {
@@ -79,6 +97,14 @@ void MainWindow::connectAgent(const QString &address, quint16 port, quint16 forw
     forwardAddress_ = address;
     connect_->showState(false, QString("adb forwards port %1 to port %2 of %3").arg(port).arg(forwardPort).arg(serial));
     adb_.forward(serial, port, forwardPort);
+}
+
+void MainWindow::installAgent(quint16 port) {
+    const QString serial = phones_->chosenSerial();
+    if (serial.isEmpty()) return showStatus("No authorised phone to install the agent on");
+    disconnectAgent();
+    connect_->showState(false, "Installing the agent on " + serial);
+    adb_.installAgent(serial, port);
 }
 
 void MainWindow::openAgent(const QString &address, quint16 port) {

@@ -27,6 +27,8 @@ public:
     // forwardPort != 0: adb forwards `port` to that port of the chosen phone first.
     void connectAgent(const QString &address, quint16 port, quint16 forwardPort);
     void disconnectAgent();
+    // Installs the agent on the chosen phone through adb and connects to it at 127.0.0.1:port.
+    void installAgent(quint16 port);
     // Phones listed, the catalogue read and the thumbnails in view drawn.
     bool isFilled() const;
     QString status() const;

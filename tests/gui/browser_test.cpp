@@ -106,6 +106,10 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(listed(), QString("Wren One Wrenfield 9"), kSlowMs);
         QTRY_VERIFY_WITH_TIMEOUT(window_->media()->listed(), kSlowMs);
         QCOMPARE(window_->media()->images()->rowCount(), count_files(phone_.root(), true));
+
+        // The install button, on the adb queue's thread: no phone builds lie beside this program.
+        window_->installAgent(options.port);
+        QTRY_VERIFY_WITH_TIMEOUT(window_->status().contains("no agent build for this phone's processor"), kSlowMs);
     }
 
     void scanRunsToItsEndWhileTheWindowKeepsTurning() {
