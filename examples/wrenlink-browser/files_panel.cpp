@@ -14,7 +14,7 @@
 
 FilesPanel::FilesPanel(QWidget *parent)
     : QGroupBox("Files", parent),
-      folder_(new QLineEdit(QDir::currentPath(), this)),
+      folder_(new QLineEdit(QDir::homePath(), this)),
       phoneFolder_(new QLineEdit("/Download", this)),
       choose_(new QPushButton("…", this)),
       copy_(new QPushButton("Copy selected", this)),

@@ -92,7 +92,10 @@ void MainWindow::connectAgent(const QString &address, quint16 port, quint16 forw
     disconnectAgent();
     if (forwardPort == 0) return openAgent(address, port);
     const QString serial = phones_->chosenSerial();
-    if (serial.isEmpty()) return showStatus("No authorised phone to forward the agent's port through");
+    if (serial.isEmpty()) {
+        showStatus("No authorised phone to forward the agent's port through");
+        return emit agentUnreachable(status());
+    }
     forwarding_ = port;
     forwardAddress_ = address;
     connect_->showState(false, QString("adb forwards port %1 to port %2 of %3").arg(port).arg(forwardPort).arg(serial));

@@ -24,7 +24,6 @@ QListView *thumbnailGrid(QWidget *parent) {
 }  // namespace
 
 MediaPanel::MediaPanel(QWidget *parent) : QTabWidget(parent) {
-    const char *names[] = {"Images", "Music", "Videos"};
     for (int kind = 0; kind < 3; ++kind) {
         models_[kind] = new MediaModel("Name", kind == 0, this);
         if (kind == 0) {
@@ -34,11 +33,12 @@ MediaPanel::MediaPanel(QWidget *parent) : QTabWidget(parent) {
             views_[kind] = itemList(models_[kind], this);
         }
         views_[kind]->setSelectionMode(QAbstractItemView::ExtendedSelection);
-        addTab(views_[kind], names[kind]);
+        addTab(views_[kind], {});
     }
     models_[0]->wantThumbnail = [this](const MediaItem &item) {
         if (catalogue_ != nullptr) catalogue_->readThumbnail(item.id, item.path, MediaModel::kThumbnailSide);
     };
+    clearLists();
     auto *reload = new QPushButton("Reload", this);
     setCornerWidget(reload);
     connect(reload, &QPushButton::clicked, this, [this] {
@@ -48,25 +48,25 @@ MediaPanel::MediaPanel(QWidget *parent) : QTabWidget(parent) {
 
 void MediaPanel::attach(Catalogue *catalogue) {
     catalogue_ = catalogue;
-    listed_ = false;
-    for (MediaModel *model : models_) model->setItems({});
+    clearLists();
     if (catalogue_ == nullptr) return;
     connect(catalogue_, &Catalogue::listed, this, &MediaPanel::showLists);
-    connect(catalogue_, &Catalogue::thumbnailRead, this, [this](quint32 id, const QImage &image) {
-        models_[0]->setThumbnail(id, image);
-        emit changed();
-    });
+    connect(catalogue_, &Catalogue::thumbnailRead, models_[0], &MediaModel::setThumbnail);
 }
 
 void MediaPanel::showLists(const MediaLists &lists) {
-    models_[0]->setItems(lists.images);
-    models_[1]->setItems(lists.music);
-    models_[2]->setItems(lists.videos);
-    setTabText(0, QString("Images (%1)").arg(lists.images.size()));
-    setTabText(1, QString("Music (%1)").arg(lists.music.size()));
-    setTabText(2, QString("Videos (%1)").arg(lists.videos.size()));
+    const std::pair<const char *, const std::vector<MediaItem> *> kinds[] = {
+        {"Images", &lists.images}, {"Music", &lists.music}, {"Videos", &lists.videos}};
+    for (int kind = 0; kind < 3; ++kind) {
+        models_[kind]->setItems(*kinds[kind].second);
+        setTabText(kind, QString("%1 (%2)").arg(kinds[kind].first).arg(kinds[kind].second->size()));
+    }
     listed_ = true;
-    emit changed();
+}
+
+void MediaPanel::clearLists() {
+    showLists({});
+    listed_ = false;
 }
 
 std::vector<MediaItem> MediaPanel::selectedItems() const {

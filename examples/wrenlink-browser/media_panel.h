@@ -25,11 +25,9 @@ public:
     bool thumbnailsSettled() const;
     MediaModel *images() const { return models_[0]; }
 
-signals:
-    void changed();  // listed, or a thumbnail came
-
 private:
     void showLists(const MediaLists &lists);
+    void clearLists();
 
     Catalogue *catalogue_ = nullptr;
     MediaModel *models_[3];

@@ -29,7 +29,7 @@ PhonesPanel::PhonesPanel(AdbQueue *adb, QWidget *parent)
     table_->setEditTriggers(QAbstractItemView::NoEditTriggers);
     table_->verticalHeader()->hide();
     table_->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
-    table_->horizontalHeader()->setStretchLastSection(true);
+    for (int stretched : {1, 2}) table_->horizontalHeader()->setSectionResizeMode(stretched, QHeaderView::Stretch);
     note_->setWordWrap(true);
     auto *refresh = new QPushButton("Refresh", this);
     auto *layout = new QVBoxLayout(this);

@@ -25,7 +25,10 @@ ScanPanel::ScanPanel(QWidget *parent)
     progress_->setFormat("%p%");
 
     auto *buttons = new QHBoxLayout;
-    for (QPushButton *button : {start_, pause_, resume_, stop_}) buttons->addWidget(button);
+    for (QPushButton *button : {start_, pause_, resume_, stop_}) {
+        button->setObjectName(button->text().toLower());
+        buttons->addWidget(button);
+    }
     buttons->addWidget(progress_, 1);
     auto *layout = new QVBoxLayout(this);
     layout->addLayout(buttons);
