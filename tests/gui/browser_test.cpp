@@ -9,6 +9,7 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
+#include <QPushButton>
 #include <QTimer>
 #include <QtTest>
 #include <filesystem>
@@ -129,7 +130,48 @@ private slots:
         QVERIFY2(handOvers >= 2, "the items came all at once, not as they were found");
     }
 
+    void scanIsPausedResumedAndStopped() {
+        AgentProcess agent(phone_.root(), {"--scan-delay-us", "50000"});
+        window_ = open_window(agent.port());
+        QTRY_VERIFY(window_->media()->listed());
+        auto button = [&](const char *name) { return window_->scan()->findChild<QPushButton *>(name); };
+        const MediaModel *found = window_->scan()->found();
+        window_->scan()->startScan();
+        QTRY_VERIFY_WITH_TIMEOUT(button("pause")->isEnabled() && found->rowCount() >= 2, kSlowMs);
+        QTest::mouseClick(button("pause"), Qt::LeftButton);
+        QTRY_VERIFY_WITH_TIMEOUT(button("resume")->isEnabled(), kSlowMs);  // the agent has parked the scan
+        const int atPause = found->rowCount();
+        QTest::qWait(300);
+        QCOMPARE(found->rowCount(), atPause);
+        QTest::mouseClick(button("resume"), Qt::LeftButton);
+        QTRY_VERIFY_WITH_TIMEOUT(found->rowCount() > atPause, kSlowMs);
+        QTest::mouseClick(button("stop"), Qt::LeftButton);
+        QTRY_VERIFY_WITH_TIMEOUT(window_->scan()->summary().startsWith("Scan stopped after"), kSlowMs);
+        QVERIFY(found->rowCount() < count_files(phone_.root(), false));
+        QVERIFY(button("start")->isEnabled());
+    }
+
+    void aFloodOfFoundItemsReachesTheWindowInFewHandOvers() {
+        TempTree many;
+        constexpr int kFiles = 5000;
+        for (int i = 0; i < kFiles; ++i) std::ofstream(many.host("f" + std::to_string(i)));
+        AgentProcess agent(many.root());
+        window_ = open_window(agent.port());
+        QTRY_VERIFY(window_->media()->listed());
+        int handOvers = 0;
+        connect(window_->scan()->found(), &QAbstractItemModel::rowsInserted, [&] { ++handOvers; });
+        window_->scan()->startScan();
+        QTRY_VERIFY_WITH_TIMEOUT(window_->scan()->summary().startsWith("Scan complete"), kSlowMs);
+        QCOMPARE(window_->scan()->found()->rowCount(), kFiles);
+        QVERIFY2(handOvers < kFiles / 10, qPrintable(QString("%1 hand-overs").arg(handOvers)));
+    }
+
     void imageTabShowsOneThumbnailPerImage() {
+        phone_.write("DCIM/broken.jpg", "not a picture");
+        const struct Removed {
+            fs::path path;
+            ~Removed() { fs::remove(path); }
+        } broken{phone_.host("DCIM/broken.jpg")};
         AgentProcess agent(phone_.root());
         window_ = open_window(agent.port());
         QTRY_VERIFY(window_->isFilled());
@@ -138,7 +180,8 @@ private slots:
         for (int row = 0; row < images->rowCount(); ++row) {
             const QImage original(QString::fromStdString(phone_.root().string()) + images->item(row).path);
             const QSize side(MediaModel::kThumbnailSide, MediaModel::kThumbnailSide);
-            QCOMPARE(images->thumbnail(row).size(), original.size().scaled(side, Qt::KeepAspectRatio));
+            QCOMPARE(images->thumbnail(row).isNull(), original.isNull());
+            if (!original.isNull()) QCOMPARE(images->thumbnail(row).size(), original.size().scaled(side, Qt::KeepAspectRatio));
         }
     }
 
@@ -158,6 +201,12 @@ private slots:
         };
         copyPicture();
         if (QTest::currentTestFailed()) return;
+
+        MediaItem gone;  // listed once, deleted since
+        gone.path = "/DCIM/gone.jpg";
+        files->copy({gone});
+        QTRY_COMPARE_WITH_TIMEOUT(files->state(), QString("NFCFileRefOpen /DCIM/gone.jpg: status 2 (No such file or directory)"), kSlowMs);
+        QVERIFY2(!folder.exists("gone.jpg"), "nothing is left of a copy that failed");
 
         MediaItem large;
         large.path = QString("/") + kLargeFile;
@@ -196,6 +245,24 @@ private slots:
         ::kill(agent.pid(), SIGKILL);  // the phone goes away without a word
         QTRY_VERIFY_WITH_TIMEOUT(window_->scan()->summary().contains("broke off"), kSlowMs);
         QCOMPARE(window_->status(), window_->scan()->summary());
+    }
+
+    void deviceListReadsEveryStateAndSerialsWithDashes_data() {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("phones");
+        QTest::newRow("none") << "" << "";
+        QTest::newRow("states") << "A-author;B-unauthor;C-offline;" << "A 0,B 1,C 2,";
+        QTest::newRow("dashes") << "emulator-5554-author;" << "emulator-5554 0,";
+        QTest::newRow("no state") << "nodash;-author;" << "";
+    }
+
+    void deviceListReadsEveryStateAndSerialsWithDashes() {
+        QFETCH(QString, text);
+        QFETCH(QString, phones);
+        QString read;
+        for (const Phone &phone : phonesFromDeviceList(text.toUtf8().constData()))
+            read += phone.serial + " " + QString::number(static_cast<int>(phone.state)) + ",";
+        QCOMPARE(read, phones);
     }
 
     void commandLine_data() {
