@@ -9,12 +9,14 @@
 #     installed and linked into C programs; the library alone built by clang; the fuzz preset; and
 #     an application that adds the source tree with add_subdirectory while the test frameworks
 #     cannot be found.
+# Qt 6 (qt6-base-dev, and a font for its offscreen screenshots) is there for the desktop browser
+# and its gui tests.
 # Arguments go to the first ctest.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash scripts/ensure-packages.sh g++ clang libclang-rt-dev cmake ninja-build pkg-config libgtest-dev libgmock-dev \
-     libbenchmark-dev adb procps util-linux
+     libbenchmark-dev adb procps util-linux qt6-base-dev fonts-dejavu-core
 
 cmake --preset dev
 cmake --build --preset dev
