@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr int32_t kChunk = 256 * 1024;
+constexpr int32_t kTransferChunk = 256 * 1024;
 constexpr qint64 kProgressGapMs = 50;
 
 }  // namespace
@@ -100,9 +100,9 @@ QString Transfers::copyOne(NetConnection *conn, const MediaItem &item, const QSt
     if (!out.open(QIODevice::WriteOnly | QIODevice::Truncate)) return localPath + ": " + out.errorString();
     RemoteFile in;
     if (const AgentStatus status = in.open(conn, item.path, "rb")) return callFailed("NFCFileRefOpen", status, item.path);
-    std::vector<char> chunk(kChunk);
+    std::vector<char> chunk(kTransferChunk);
     for (;;) {
-        int32_t length = kChunk;
+        int32_t length = kTransferChunk;
         if (const AgentStatus status = in.read(chunk.data(), length)) return callFailed("NFCFileRefRead", status, item.path);
         if (length == 0) return {};
         if (out.write(chunk.data(), length) != length) return localPath + ": " + out.errorString();
@@ -132,9 +132,9 @@ QString Transfers::sendFile(NetConnection *conn, const QString &localPath, const
     if (!in.open(QIODevice::ReadOnly)) return localPath + ": " + in.errorString();
     RemoteFile out;
     if (const AgentStatus status = out.open(conn, phonePath, "wb")) return callFailed("NFCFileRefOpen", status, phonePath);
-    std::vector<char> chunk(kChunk);
+    std::vector<char> chunk(kTransferChunk);
     for (;;) {
-        const qint64 length = in.read(chunk.data(), kChunk);
+        const qint64 length = in.read(chunk.data(), kTransferChunk);
         if (length < 0) return localPath + ": " + in.errorString();
         if (length == 0) return {};
         if (const AgentStatus status = out.write(chunk.data(), static_cast<int32_t>(length)))
