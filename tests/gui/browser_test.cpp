@@ -236,6 +236,27 @@ private slots:
         QVERIFY(!phone_.exists("Download/sent.bin"));
     }
 
+    void disconnectingMidScanAndMidCopyEndsBothAndTheNextConnectionWorks() {
+        AgentProcess agent(phone_.root(), {"--scan-delay-us", "50000"});
+        window_ = open_window(agent.port());
+        QTRY_VERIFY(window_->media()->listed());
+        TempTree folder;
+        window_->files()->setFolder(QString::fromStdString(folder.root().string()));
+        MediaItem large;
+        large.path = QString("/") + kLargeFile;
+        large.size = fs::file_size(phone_.host(kLargeFile));
+        window_->scan()->startScan();
+        window_->files()->copy({large});
+        QTRY_VERIFY_WITH_TIMEOUT(window_->scan()->found()->rowCount() >= 1 && folder.exists("large.bin"), kSlowMs);
+        window_->disconnectAgent();
+        QVERIFY2(!folder.exists("large.bin"), "the copy ended and its partial file went with the connection");
+
+        window_->connectAgent("127.0.0.1", static_cast<quint16>(agent.port()), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(window_->media()->listed(), kSlowMs);
+        window_->scan()->startScan();
+        QTRY_VERIFY_WITH_TIMEOUT(window_->scan()->summary().startsWith("Scan complete"), kSlowMs);
+    }
+
     void phoneThatGoesAwayMidScanGivesAMessage() {
         AgentProcess agent(phone_.root(), {"--scan-delay-us", "100000"});
         window_ = open_window(agent.port());
