@@ -52,8 +52,10 @@ void Transfers::run(std::function<void()> transfer) {
     });
 }
 
-// The connection is opened at the first transfer, and again after a cancel closed it.
+// The connection is opened at the first transfer, and again after a cancel closed it; never
+// once the destructor has closed it.
 bool Transfers::connected() {
+    if (closing_) return false;
     if (link_.get() != nullptr) return true;
     const QString error = link_.open();
     if (!error.isEmpty()) report(error);
@@ -68,7 +70,7 @@ void Transfers::cancel() {
 void Transfers::endCancelled() {
     onWindowThread(this, [this] { emit cancelled(); });
     cancelled_ = false;
-    if (!closing_) connected();  // at once, so that a phone that went away shows now
+    connected();  // at once, so that a phone that went away shows now
 }
 
 void Transfers::report(const QString &what) {

@@ -41,12 +41,18 @@ ConnectPanel::ConnectPanel(QWidget *parent)
 
     connect(forward_, &QCheckBox::toggled, forwardPort_, &QSpinBox::setEnabled);
     connect(connect_, &QPushButton::clicked, this, [this] {
-        if (connected_) return emit disconnectAsked();
+        if (connected_) {
+            emit disconnectAsked();
+            return;
+        }
         emit connectAsked(address_->text(), static_cast<quint16>(port_->value()),
                           forward_->isChecked() ? static_cast<quint16>(forwardPort_->value()) : quint16{0});
     });
     connect(install_, &QPushButton::clicked, this, [this] {
-        if (installed_) return emit removeAsked();
+        if (installed_) {
+            emit removeAsked();
+            return;
+        }
         emit installAsked(static_cast<quint16>(port_->value()));
     });
 }

@@ -94,7 +94,8 @@ void MainWindow::connectAgent(const QString &address, quint16 port, quint16 forw
     const QString serial = phones_->chosenSerial();
     if (serial.isEmpty()) {
         showStatus("No authorised phone to forward the agent's port through");
-        return emit agentUnreachable(status());
+        emit agentUnreachable(status());
+        return;
     }
     forwarding_ = port;
     forwardAddress_ = address;
