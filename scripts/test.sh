@@ -1,11 +1,15 @@
 #!/usr/bin/env bash
 # Builds Wrenlink and runs every test, on a fresh Debian machine too: when run as root it installs
 # the Debian packages that are missing. Then
+#   - the agent's static phone builds (scripts/build-phone-agents.sh), which the development
+#     preset's ctest runs under qemu-user; both are skipped, with a message, where their packages
+#     (cross compilers, qemu-user-static) cannot be had;
 #   - the development preset (AddressSanitizer + UndefinedBehaviorSanitizer): build, ctest;
 #   - the concurrency tests under ThreadSanitizer (tsan preset): build, ctest;
 #   - every other build that README.md gives: the release preset (the benchmarks, tools and
-#     examples; warnings as errors) and the demo against its
-#     installed library (scripts/demo.sh); the packagers' lib preset, shared and static, each
+#     examples; warnings as errors) and the demo against its installed library (scripts/demo.sh);
+#     the Python module against the release build (scripts/test-python.sh); the packagers' lib
+#     preset, shared and static, each
 #     installed and linked into C programs; the library alone built by clang; the fuzz preset; and
 #     an application that adds the source tree with add_subdirectory while the test frameworks
 #     cannot be found.
@@ -14,25 +18,42 @@
 # Arguments go to the first ctest.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# Each part's heading says how long the command has run so far.
+section() { echo "== [${SECONDS}s] $*"; }
+trap 'echo "== [${SECONDS}s] test command ends"' EXIT
 
 bash scripts/ensure-packages.sh g++ clang libclang-rt-dev cmake ninja-build pkg-config libgtest-dev libgmock-dev \
-     libbenchmark-dev adb procps util-linux qt6-base-dev fonts-dejavu-core
+     libbenchmark-dev adb procps util-linux python3-pytest python3-venv iproute2 qt6-base-dev fonts-dejavu-core
 
+section "the agent for phones: static builds for four ABIs, tested under qemu-user by the dev preset"
+if bash scripts/ensure-packages.sh g++-aarch64-linux-gnu g++-arm-linux-gnueabihf g++-i686-linux-gnu file; then
+  bash scripts/build-phone-agents.sh
+else
+  echo "phone builds skipped: their cross compilers could not be installed (their tests skip too)"
+fi
+bash scripts/ensure-packages.sh qemu-user-static ||
+  echo "qemu-user-static could not be installed: the tests of the phone builds skip"
+
+section "development preset: build, ctest"
 cmake --preset dev
 cmake --build --preset dev
 ctest --preset dev "$@"
 
+section "ThreadSanitizer preset: build, ctest"
 cmake --preset tsan
 cmake --build --preset tsan
 ctest --preset tsan
 
-echo "== release preset, and the demo built against its installed library"
+section "release preset, and the demo built against its installed library"
 # Warnings fail here as in the other presets; the release preset alone never fails on one.
 cmake --preset release -DWRENLINK_WARNINGS_AS_ERRORS=ON >/dev/null
 cmake --build --preset release
 bash scripts/demo.sh
 
-echo "== lib preset: shared, then static"
+section "the Python module, installed with pip, against the release build"
+bash scripts/test-python.sh build/release
+
+section "lib preset: shared, then static"
 cmake --preset lib >/dev/null
 cmake --build --preset lib
 bash tests/install/check_install.sh build/lib
@@ -40,13 +61,13 @@ cmake --preset lib -DBUILD_SHARED_LIBS=OFF >/dev/null
 cmake --build --preset lib
 bash tests/install/check_install.sh build/lib
 
-echo "== the library alone, built by clang; the fuzzers (scripts/fuzz.sh builds them so)"
+section "the library alone, built by clang; the fuzzers (scripts/fuzz.sh builds them so)"
 cmake --preset clang-lib >/dev/null
 cmake --build --preset clang-lib
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz
 
-echo "== an application that adds the source tree, without GoogleTest or Google Benchmark"
+section "an application that adds the source tree, without GoogleTest or Google Benchmark"
 app=build/subproject
 cmake -S tests/subproject -B "$app" -G Ninja --no-warn-unused-cli \
       -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON -DCMAKE_DISABLE_FIND_PACKAGE_benchmark=ON >/dev/null

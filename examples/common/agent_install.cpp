@@ -81,13 +81,15 @@ AgentInstall::AgentInstall(AgentInstallSettings settings, Report report)
     if (settings_.agents_dir.empty()) settings_.agents_dir = default_agents_dir();
 }
 
-AgentInstall::~AgentInstall() { remove(); }
+AgentInstall::~AgentInstall() {
+    report_ = nullptr;   // what the lines went to may be gone by now
+    remove();
+}
 
 bool AgentInstall::install() {
     if (pick_phone() && pick_build() && push() && start() && forward() && connect()) return true;
     const std::string why = error_;
-    remove();
-    error_ = why;
+    error_ = remove() ? why : why + "; and then " + error_;
     return false;
 }
 

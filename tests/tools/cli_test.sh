@@ -68,6 +68,14 @@ expect 0 out '^usage: wrenlink-agent '                                 "$agent" 
 expect 2 err 'wrenlink-agent: unknown option: --bogus'                 "$agent" --bogus
 expect 2 err "--port takes a number from 0 to 65535, not '70000'"      "$agent" --port 70000 root
 expect 1 err 'wrenlink-agent: /nowhere: No such file or directory'     "$agent" --port 0 /nowhere
+expect 2 err "--control takes localabstract:NAME .*not 'tcp:10243'"   "$agent" --control tcp:10243 root
+expect 2 err "--control takes localabstract:NAME .*not 'localabstract:a/b'" "$agent" --control localabstract:a/b root
+expect 2 err '--control cannot be given with --address or --port'     "$agent" --port 1 --control localabstract:a root
+expect 2 err "--events takes tcp:PORT .*not 'tcp:0'"                   "$agent" --events tcp:0 root
+expect 2 err '--stop takes no option but --pid-file, and no ROOT'      "$agent" --stop root
+expect 2 err "--pid-file takes a path, not ''"                         "$agent" --pid-file "" root
+expect 0 out '^no agent running$'                                      "$agent" --stop --pid-file "$work/none.pid"
+expect 1 err 'wrenlink-agent: pid file /nowhere/a.pid: No such file'   "$agent" --detach --pid-file /nowhere/a.pid root
 
 expect 0 out "^usage: $demo_name "                                     "$demo" --help
 expect 2 err "$demo_name: unknown option: --bogus"                     "$demo" --bogus

@@ -11,7 +11,14 @@ namespace wrenlink::reference_agent {
 
 extern const char kUsage[];
 
+struct ProgramOptions {
+    AgentOptions agent;
+    bool detach = false;
+    bool stop = false;      // --stop: end the agent of the pid file, serve nothing
+    std::string pid_file;   // empty: wrenlink-agent.pid beside the executable
+};
+
 // The options, or nullopt with `error` set (empty for --help).
-std::optional<AgentOptions> parse_options(const std::vector<std::string> &args, std::string &error);
+std::optional<ProgramOptions> parse_options(const std::vector<std::string> &args, std::string &error);
 
 }  // namespace wrenlink::reference_agent

@@ -12,6 +12,7 @@
 
 #include "frame.h"
 #include "media_types.h"
+#include "peer_check.h"
 
 namespace wrenlink::reference_agent {
 
@@ -48,7 +49,7 @@ int Scanner::start() {
     // The previous scan's thread has said it is done; it only has to return.
     if (thread_.joinable()) thread_.join();
     int error = 0;
-    UniqueFd listener = listen_tcp(options_.event_address, options_.event_port, 1, error);
+    UniqueFd listener = listen_at(options_.events, 1, error);
     if (!listener) return error;
     running_ = true;
     paused_ = parked_ = stop_ = false;
@@ -138,7 +139,9 @@ UniqueFd Scanner::wait_for_library(int listener) {
         wait_while_paused();
         if (stopping()) return {};
         pollfd p{listener, POLLIN, 0};
-        if (::poll(&p, 1, kPollMs) > 0) return accept_connection(listener);
+        if (::poll(&p, 1, kPollMs) <= 0) continue;
+        // A refused peer does not end the wait: the library may still come.
+        if (UniqueFd events = accept_trusted(listener, log_, "a scan event connection")) return events;
     }
     return {};
 }

@@ -22,6 +22,7 @@
 #include <thread>
 
 #include "base/unique_fd.h"
+#include "endpoint.h"
 #include "log.h"
 #include "sandbox.h"
 #include "tree.h"
@@ -29,8 +30,9 @@
 namespace wrenlink::reference_agent {
 
 struct ScanOptions {
-    std::string event_address = "127.0.0.1";
-    uint16_t event_port = 10244;
+    // Where the event connection is taken: the library connects to 127.0.0.1:10244 on its own
+    // machine, which on a phone is a port adb forwards to this endpoint.
+    Endpoint events = Endpoint::tcp("127.0.0.1", 10244);
     // A pause after each found item: lets a person watch a small tree's scan go by.
     std::chrono::microseconds item_delay{0};
     // How long an accepted start waits for the library's event connection.

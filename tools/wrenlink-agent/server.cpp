@@ -8,6 +8,7 @@
 
 #include "base/platform.h"
 #include "frame.h"
+#include "peer_check.h"
 
 namespace wrenlink::reference_agent {
 
@@ -18,11 +19,9 @@ Agent::Agent(AgentOptions options)
       catalogue_(sandbox_),
       scanner_(sandbox_, options_.scan, log_) {
     int error = 0;
-    listener_ = listen_tcp(options_.address, options_.port, 16, error);
-    if (!listener_)
-        throw std::system_error(error, std::generic_category(),
-                                "listen on " + options_.address + ":" + std::to_string(options_.port));
-    port_ = local_port(listener_.get());
+    listener_ = listen_at(options_.control, 16, error);
+    if (!listener_) throw std::system_error(error, std::generic_category(), "listen on " + describe(options_.control));
+    if (!options_.control.is_local()) port_ = local_port(listener_.get());
     int fds[2];
     if (!platform::cloexec_pipe(fds)) throw std::system_error(errno, std::generic_category(), "pipe");
     wake_read_.reset(fds[0]);
@@ -30,6 +29,12 @@ Agent::Agent(AgentOptions options)
 }
 
 Agent::~Agent() { end_all(); }
+
+std::string Agent::listening_on() const {
+    Endpoint at = options_.control;
+    at.port = port_;
+    return describe(at);
+}
 
 void Agent::stop() {
     const char byte = 1;
@@ -49,7 +54,7 @@ void Agent::run() {
 }
 
 void Agent::accept_one() {
-    UniqueFd fd = accept_connection(listener_.get());
+    UniqueFd fd = accept_trusted(listener_.get(), log_, "a connection");
     if (!fd) return;
     if (connections_.size() >= options_.max_connections) {
         log_.say("too many connections; one refused");

@@ -11,6 +11,7 @@
 
 #include "base/unique_fd.h"
 #include "catalogue.h"
+#include "endpoint.h"
 #include "log.h"
 #include "sandbox.h"
 #include "scanner.h"
@@ -20,8 +21,8 @@ namespace wrenlink::reference_agent {
 
 struct AgentOptions {
     std::string root;
-    std::string address = "127.0.0.1";
-    uint16_t port = 10243;  // 0: the system picks one; port() tells which
+    // A loopback TCP port (0: the system picks one; port() tells which) or an abstract name.
+    Endpoint control = Endpoint::tcp("127.0.0.1", 10243);
     bool verbose = false;
     ScanOptions scan;
     std::size_t max_connections = 64;
@@ -29,13 +30,17 @@ struct AgentOptions {
 
 class Agent {
 public:
-    // Binds the control port. Throws std::system_error when the root or the port can't be had.
+    // Binds the control port or name. Throws std::system_error when the root, the port or the name
+    // can't be had.
     explicit Agent(AgentOptions options);
     ~Agent();
     Agent(const Agent &) = delete;
     Agent &operator=(const Agent &) = delete;
 
+    // The control port; 0 on an abstract socket.
     uint16_t port() const { return port_; }
+    // Where control connections are taken: "127.0.0.1:10243" or "localabstract:NAME".
+    std::string listening_on() const;
     // Accepts and serves connections until stop(); then ends every connection and the scan.
     void run();
     // Makes run() return; safe from any thread.

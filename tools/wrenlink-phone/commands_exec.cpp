@@ -41,6 +41,7 @@ std::vector<char *> argv_of(std::vector<std::string> &words) {
 
 // A path that is not on the phone's storage runs as the host's shell would run it.
 int run_host_program(std::vector<std::string> words) {
+    const std::string word = words[0];
     auto argv = argv_of(words);
     ::execv(argv[0], argv.data());
     if (errno == ENOEXEC) {   // no interpreter line: the shell reads it as a script
@@ -48,8 +49,8 @@ int run_host_program(std::vector<std::string> words) {
         auto script = argv_of(words);
         ::execv("/bin/sh", script.data());
     }
-    return errno == ENOENT ? shell_error(words[0], "not found", 127)
-                           : shell_error(words[0], std::string("can't execute: ") + std::strerror(errno), 126);
+    return errno == ENOENT ? shell_error(word, "not found", 127)
+                           : shell_error(word, std::string("can't execute: ") + std::strerror(errno), 126);
 }
 
 // The first directory of the host's PATH that holds an executable `name`.

@@ -178,11 +178,19 @@ TEST_F(LibraryAdbTest, AgentInstallNamesWhatStopsIt) {
                                 "ro.product.cpu.abilist=mips,x86); builds in " + at("agents") + ": armeabi-v7a");
 }
 
-// The phone's list of processors leads to the x86 build, which runs under qemu-i386.
+// The phone's list of processors leads to the x86 build, which runs under qemu-i386. An agent left
+// running by an earlier run is replaced.
 TEST_F(LibraryAdbTest, AgentInstallStopsTheAgentWhenItsPortIsForwardedElsewhere) {
     const std::string agents = WRENLINK_PHONE_AGENTS_DIR;
     if (::access("/usr/bin/qemu-i386-static", X_OK) != 0) GTEST_SKIP() << "qemu-user-static is not installed";
     if (::access((agents + "/x86/wrenlink-agent").c_str(), R_OK) != 0) GTEST_SKIP() << "no x86 phone build in " << agents;
+    const std::string earlier = std::string(wrenlink_example::kAgentPhonePath) + " --detach --control localabstract:" +
+                                wrenlink_example::kAgentControlName + " --events localabstract:" +
+                                wrenlink_example::kAgentEventsName + " /sdcard";
+    ASSERT_EQ(AdbPushFileEx(serial_.c_str(), (agents + "/x86/wrenlink-agent").c_str(), wrenlink_example::kAgentPhonePath), 0);
+    char started[2048] = {};
+    AdbShellCommand(serial_.c_str(), earlier.c_str(), started, true);
+    ASSERT_TRUE(std::string(started).starts_with("listening on")) << started;
     const std::string elsewhere = " -s " + serial_ + " forward tcp:" + std::to_string(wrenlink_example::kEventPort) + " tcp:1";
     adb_text(elsewhere.c_str());
     std::vector<std::string> lines;
@@ -191,8 +199,9 @@ TEST_F(LibraryAdbTest, AgentInstallStopsTheAgentWhenItsPortIsForwardedElsewhere)
     EXPECT_FALSE(install.install());
     EXPECT_EQ(install.error(), "127.0.0.1:10244 is already forwarded to tcp:1 of " + serial_ +
                                    " (adb forward --remove tcp:10244 ends that)");
-    ASSERT_GE(lines.size(), 3u);
-    EXPECT_TRUE(lines[2].starts_with("started: listening on localabstract:wrenlink-agent")) << lines[2];
+    ASSERT_GE(lines.size(), 4u);
+    EXPECT_TRUE(lines[2].starts_with("an agent from an earlier run was running: stopping it (stopped the agent")) << lines[2];
+    EXPECT_TRUE(lines[3].starts_with("started: listening on localabstract:wrenlink-agent")) << lines[3];
     EXPECT_TRUE(lines.back().starts_with("stopped the agent on the phone")) << lines.back();
     const std::string left = adb_text(" forward --list");
     EXPECT_NE(left.find(serial_ + " tcp:10244 tcp:1\n"), std::string::npos) << "the other forward stays";

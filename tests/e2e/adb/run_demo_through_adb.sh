@@ -4,8 +4,8 @@
 # The demo is copied into an application folder whose Resources/adb is the system's adb; the
 # agent sits behind a simulated phone on a private adb server. With PHONE_AGENTS (a folder of
 # <abi>/wrenlink-agent builds) the demo installs the arm64 build on the phone instead, where it
-# runs under qemu-user. Exit status 77 (skipped) without adb, or without qemu or the arm64 build
-# for the install.
+# runs under qemu-user. Exit status 77 (skipped) without adb, or without qemu, the arm64 build or
+# a mount namespace for the install.
 set -euo pipefail
 agent=$1 make_sample=$2 demo=$3 phone=$4 phone_agents=${5:-}
 [[ -x /usr/bin/adb ]] || { echo "/usr/bin/adb is not installed"; exit 77; }
@@ -13,6 +13,9 @@ if [[ -n $phone_agents ]]; then
   command -v qemu-aarch64-static >/dev/null || { echo "qemu-user-static is not installed"; exit 77; }
   [[ -f $phone_agents/arm64-v8a/wrenlink-agent ]] ||
     { echo "no arm64 phone build at $phone_agents (bash scripts/build-phone-agents.sh makes it)"; exit 77; }
+  # The phone gives a pushed program its storage as root in a mount namespace of its own.
+  unshare --mount true 2>/dev/null || unshare --user --mount true 2>/dev/null ||
+    { echo "no mount namespace here: the simulated phone cannot give the agent its storage as root"; exit 77; }
 fi
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

@@ -2,6 +2,8 @@
 
 #include <signal.h>
 
+#include <cstdlib>
+#include <sstream>
 #include <stdexcept>
 
 namespace wrenlink::e2e {
@@ -9,7 +11,12 @@ namespace wrenlink::e2e {
 namespace {
 
 std::vector<std::string> agent_command(const std::filesystem::path &root, const std::vector<std::string> &options) {
-    std::vector<std::string> argv{WRENLINK_AGENT_PATH, "--port", "0"};
+    std::vector<std::string> argv;
+    const char *command = std::getenv("WRENLINK_AGENT_COMMAND");
+    std::istringstream words(command != nullptr ? command : "");
+    for (std::string word; words >> word;) argv.push_back(word);
+    if (argv.empty()) argv.emplace_back(WRENLINK_AGENT_PATH);
+    argv.insert(argv.end(), {"--port", "0"});
     argv.insert(argv.end(), options.begin(), options.end());
     argv.push_back(root.string());
     return argv;

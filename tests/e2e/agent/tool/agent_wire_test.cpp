@@ -55,7 +55,7 @@ protected:
     static reference_agent::AgentOptions options(const fs::path &root) {
         reference_agent::AgentOptions o;
         o.root = root.string();
-        o.port = 0;
+        o.control.port = 0;
         o.scan.item_delay = std::chrono::milliseconds(2);
         return o;
     }
