@@ -32,6 +32,8 @@ ScanRunner::~ScanRunner() {
     if (!loop_.joinable()) return;
     // The loop ends when the agent closes the event connection, so the agent is asked to stop.
     // Until it has accepted the scan, the start request's reply is still due on the connection.
+    // An agent that vanished fails both at once; one that hangs with its connections open holds
+    // this thread, since nothing on this side can end the event loop.
     std::unique_lock lock(mutex_);
     stateChanged_.wait(lock, [this] { return state_ != State::Starting; });
     const bool looping = state_ == State::Looping;
