@@ -13,6 +13,8 @@
 #     installed and linked into C programs; the library alone built by clang; the fuzz preset; and
 #     an application that adds the source tree with add_subdirectory while the test frameworks
 #     cannot be found.
+# Qt 6 (qt6-base-dev, and a font for its offscreen screenshots) is there for the desktop browser
+# and its gui tests.
 # Arguments go to the first ctest.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -21,7 +23,7 @@ section() { echo "== [${SECONDS}s] $*"; }
 trap 'echo "== [${SECONDS}s] test command ends"' EXIT
 
 bash scripts/ensure-packages.sh g++ clang libclang-rt-dev cmake ninja-build pkg-config libgtest-dev libgmock-dev \
-     libbenchmark-dev adb procps util-linux python3-pytest python3-venv iproute2
+     libbenchmark-dev adb procps util-linux python3-pytest python3-venv iproute2 qt6-base-dev fonts-dejavu-core
 
 section "the agent for phones: static builds for four ABIs, tested under qemu-user by the dev preset"
 if bash scripts/ensure-packages.sh g++-aarch64-linux-gnu g++-arm-linux-gnueabihf g++-i686-linux-gnu file; then

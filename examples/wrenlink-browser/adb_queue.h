@@ -1,0 +1,56 @@
+// The adb half of the library, on one worker thread that runs the calls in the order they were
+// asked for. Tool runs are one at a time in the whole process (a call waits for another thread's
+// run), so more threads would only wait; one queue keeps the window's thread free and the order
+// of the user's actions (a forward before the connection that goes through it). A tool run has no
+// time limit and cannot be given up: the destructor waits for the call under way and drops the
+// calls still queued.
+#pragma once
+
+#include <QObject>
+#include <QThread>
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "records.h"
+
+namespace wrenlink_example {
+class AgentInstall;
+}
+
+class AdbQueue : public QObject {
+    Q_OBJECT
+public:
+    explicit AdbQueue(QObject *parent = nullptr);
+    ~AdbQueue() override;
+
+    // phonesListed, or adbMissing when the library finds no tool. A listing asked for while one
+    // is still queued is the same listing.
+    void listPhones();
+    // adb forwards localPort of this machine to phonePort of the phone: forwarded.
+    void forward(const QString &serial, quint16 localPort, quint16 phonePort);
+    // Installs the agent on the phone and has adb forward controlPort (and the scan's event port)
+    // to it: installReport for each step, then agentInstalled or installFailed. Removing it stops it on
+    // the phone and removes the forwards (agentRemoved); so does the destructor.
+    void installAgent(const QString &serial, quint16 controlPort);
+    void removeAgent();
+
+signals:
+    void phonesListed(const std::vector<Phone> &phones);
+    void adbMissing(const QString &path);
+    void forwarded(const QString &serial, quint16 localPort);
+    void installReport(const QString &line);
+    void agentInstalled(const QString &serial, quint16 controlPort);
+    void installFailed(const QString &why);
+    void agentRemoved();
+    void failed(const QString &what);
+
+private:
+    void enqueue(std::function<void()> call);
+
+    QThread thread_;
+    QObject *worker_;  // lives on thread_: the queued calls are its events
+    std::atomic<bool> listingQueued_{false};
+    std::unique_ptr<wrenlink_example::AgentInstall> installed_;  // the queue's thread only
+};
