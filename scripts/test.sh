@@ -22,17 +22,25 @@ cd "$(dirname "$0")/.."
 section() { echo "== [${SECONDS}s] $*"; }
 trap 'echo "== [${SECONDS}s] test command ends"' EXIT
 
-bash scripts/ensure-packages.sh g++ clang libclang-rt-dev cmake ninja-build pkg-config libgtest-dev libgmock-dev \
-     libbenchmark-dev adb procps util-linux python3-pytest python3-venv iproute2 qt6-base-dev fonts-dejavu-core
+# Everything at once (one install is much quicker than several); where that fails, what the
+# tests cannot do without, and then each optional group on its own.
+required=(g++ clang libclang-rt-dev cmake ninja-build pkg-config libgtest-dev libgmock-dev libbenchmark-dev adb
+          procps util-linux python3-pytest python3-venv iproute2 qt6-base-dev fonts-dejavu-core file)
+cross=(g++-aarch64-linux-gnu g++-arm-linux-gnueabihf g++-i686-linux-gnu)
+emulators=(qemu-user-static)
+if ! bash scripts/ensure-packages.sh "${required[@]}" "${cross[@]}" "${emulators[@]}"; then
+  bash scripts/ensure-packages.sh "${required[@]}"
+  bash scripts/ensure-packages.sh "${cross[@]}" || echo "the cross compilers could not be installed"
+  bash scripts/ensure-packages.sh "${emulators[@]}" ||
+    echo "qemu-user-static could not be installed: the tests of the phone builds skip"
+fi
 
 section "the agent for phones: static builds for four ABIs, tested under qemu-user by the dev preset"
-if bash scripts/ensure-packages.sh g++-aarch64-linux-gnu g++-arm-linux-gnueabihf g++-i686-linux-gnu file; then
+if bash scripts/ensure-packages.sh "${cross[@]}"; then
   bash scripts/build-phone-agents.sh
 else
   echo "phone builds skipped: their cross compilers could not be installed (their tests skip too)"
 fi
-bash scripts/ensure-packages.sh qemu-user-static ||
-  echo "qemu-user-static could not be installed: the tests of the phone builds skip"
 
 section "development preset: build, ctest"
 cmake --preset dev
