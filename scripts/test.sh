@@ -69,6 +69,15 @@ cmake --preset lib -DBUILD_SHARED_LIBS=OFF >/dev/null
 cmake --build --preset lib
 bash tests/install/check_install.sh build/lib
 
+section "Debian packages: built, checked by lintian, installed with apt-get, used and purged"
+if [[ $(id -u) -eq 0 ]]; then
+  bash scripts/ensure-packages.sh lintian dpkg-dev file binutils
+  bash scripts/package.sh
+  bash tests/packages/check_packages.sh build/packages
+else
+  echo "Debian packages skipped: installing them takes root"
+fi
+
 section "the library alone, built by clang; the fuzzers (scripts/fuzz.sh builds them so)"
 cmake --preset clang-lib >/dev/null
 cmake --build --preset clang-lib
