@@ -25,7 +25,8 @@ trap 'echo "== [${SECONDS}s] test command ends"' EXIT
 # Everything at once (one install is much quicker than several); where that fails, what the
 # tests cannot do without, and then each optional group on its own.
 required=(g++ clang libclang-rt-dev cmake ninja-build pkg-config libgtest-dev libgmock-dev libbenchmark-dev adb
-          procps util-linux python3-pytest python3-venv iproute2 qt6-base-dev fonts-dejavu-core file)
+          procps util-linux python3-pytest python3-venv iproute2 qt6-base-dev fonts-dejavu-core file lintian
+          dpkg-dev binutils)
 cross=(g++-aarch64-linux-gnu g++-arm-linux-gnueabihf g++-i686-linux-gnu)
 emulators=(qemu-user-static)
 if ! bash scripts/ensure-packages.sh "${required[@]}" "${cross[@]}" "${emulators[@]}"; then
