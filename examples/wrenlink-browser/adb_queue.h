@@ -2,27 +2,23 @@
 // asked for. Tool runs are one at a time in the whole process (a call waits for another thread's
 // run), so more threads would only wait; one queue keeps the window's thread free and the order
 // of the user's actions (a forward before the connection that goes through it). A tool run has no
-// time limit and cannot be given up: the destructor waits for the call under way and drops the
-// calls still queued.
+// time limit and cannot be given up, and an install waits for its agent to answer: the destructor
+// lets the queue go (leftovers.h) rather than wait for the call under way.
 #pragma once
 
 #include <QObject>
-#include <QThread>
-#include <atomic>
 #include <functional>
 #include <memory>
 #include <vector>
 
 #include "records.h"
 
-namespace wrenlink_example {
-class AgentInstall;
-}
-
 class AdbQueue : public QObject {
     Q_OBJECT
 public:
     explicit AdbQueue(QObject *parent = nullptr);
+    // Drops the calls still queued; the call under way ends on the queue's thread, which then
+    // removes an agent it installed, off the window's thread.
     ~AdbQueue() override;
 
     // phonesListed, or adbMissing when the library finds no tool. A listing asked for while one
@@ -47,10 +43,8 @@ signals:
     void failed(const QString &what);
 
 private:
-    void enqueue(std::function<void()> call);
+    struct Queue;
+    void enqueue(std::function<void(Queue &)> call);
 
-    QThread thread_;
-    QObject *worker_;  // lives on thread_: the queued calls are its events
-    std::atomic<bool> listingQueued_{false};
-    std::unique_ptr<wrenlink_example::AgentInstall> installed_;  // the queue's thread only
+    std::shared_ptr<Queue> queue_;
 };

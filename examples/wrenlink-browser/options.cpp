@@ -21,7 +21,8 @@ const char kUsage[] =
     "                     display\n"
     "  --after SECONDS    with --screenshot: wait this long after the window has filled\n"
     "\n"
-    "adb is the library's: Resources/adb beside the folder of this program.\n"
+    "adb is the library's: Resources/adb beside the folder of this program. Once the window has\n"
+    "closed, an agent that does not end a scan gets 3 seconds; then the program ends without it.\n"
     "\n"
     "Exit status: 0, also when a screenshot was saved; 1 when the screenshot's agent cannot be\n"
     "reached or its file cannot be written; 2 for a bad command line.\n";

@@ -20,6 +20,7 @@
 #include "e2e/adb/loopback_server.h"
 #include "e2e/agent/agent_process.h"
 #include "files_panel.h"
+#include "leftovers.h"
 #include "main_window.h"
 #include "media_model.h"
 #include "media_panel.h"
@@ -249,7 +250,8 @@ private slots:
         window_->files()->copy({large});
         QTRY_VERIFY_WITH_TIMEOUT(window_->scan()->found()->rowCount() >= 1 && folder.exists("large.bin"), kSlowMs);
         window_->disconnectAgent();
-        QVERIFY2(!folder.exists("large.bin"), "the copy ended and its partial file went with the connection");
+        QTRY_VERIFY2_WITH_TIMEOUT(!folder.exists("large.bin"), "the copy ended and its partial file went with the connection", kSlowMs);
+        QTRY_VERIFY_WITH_TIMEOUT(Leftovers::instance().underWay().isEmpty(), kSlowMs);  // the agent has ended the scan
 
         window_->connectAgent("127.0.0.1", static_cast<quint16>(agent.port()), 0);
         QTRY_VERIFY_WITH_TIMEOUT(window_->media()->listed(), kSlowMs);
@@ -266,6 +268,43 @@ private slots:
         ::kill(agent.pid(), SIGKILL);  // the phone goes away without a word
         QTRY_VERIFY_WITH_TIMEOUT(window_->scan()->summary().contains("broke off"), kSlowMs);
         QCOMPARE(window_->status(), window_->scan()->summary());
+    }
+
+    // An agent that freezes in the middle of a scan holds neither Disconnect nor the window's
+    // close: the scan is left behind and the status line says so, a ping it never answers is cut,
+    // another agent can be scanned meanwhile, and once the agents go on or go away everything let
+    // go ends without touching freed memory.
+    void anAgentThatHangsMidScanHoldsNeitherDisconnectNorClose() {
+        AgentProcess hung(phone_.root(), {"--scan-delay-us", "50000"}), other(phone_.root(), {"--scan-delay-us", "50000"});
+        window_ = open_window(hung.port());
+        QTRY_VERIFY_WITH_TIMEOUT(window_->media()->listed(), kSlowMs);
+        auto freezeMidScan = [&](const AgentProcess &agent) {
+            window_->scan()->startScan();
+            QTRY_VERIFY_WITH_TIMEOUT(window_->scan()->found()->rowCount() >= 1, kSlowMs);
+            ::kill(agent.pid(), SIGSTOP);
+        };
+        freezeMidScan(hung);
+        window_->disconnectAgent();
+        QTRY_VERIFY_WITH_TIMEOUT(window_->status().contains("the agent does not end its scan; it is left behind"), kSlowMs);
+
+        window_->connectAgent("127.0.0.1", static_cast<quint16>(hung.port()), 0);
+        QTest::qWait(300);  // the catalogue's connection is made; its ping waits
+        window_->disconnectAgent();
+        QTRY_COMPARE_WITH_TIMEOUT(Leftovers::instance().underWay().size(), qsizetype(1), kSlowMs);  // the scan alone
+
+        window_->connectAgent("127.0.0.1", static_cast<quint16>(other.port()), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(window_->media()->listed(), kSlowMs);
+        freezeMidScan(other);
+        QTimer tick;
+        QSignalSpy ticks(&tick, &QTimer::timeout);
+        tick.start(10);
+        window_.reset();
+        QTRY_VERIFY(ticks.size() >= 5);
+        QCOMPARE(Leftovers::instance().underWay().filter("does not end its scan").size(), qsizetype(2));
+
+        ::kill(hung.pid(), SIGCONT);
+        ::kill(other.pid(), SIGKILL);
+        QVERIFY(Leftovers::instance().settle(std::chrono::milliseconds(kSlowMs)));
     }
 
     void deviceListReadsEveryStateAndSerialsWithDashes_data() {
