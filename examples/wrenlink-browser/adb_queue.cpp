@@ -105,11 +105,12 @@ void AdbQueue::forward(const QString &serial, quint16 localPort, quint16 phonePo
     });
 }
 
-void AdbQueue::installAgent(const QString &serial, quint16 controlPort) {
-    enqueue([serial, controlPort](Queue &queue) {
+void AdbQueue::installAgent(const QString &serial, quint16 controlPort, const QString &agentsDir) {
+    enqueue([serial, controlPort, agentsDir](Queue &queue) {
         queue.installed.reset();
         queue.installed = std::make_unique<wrenlink_example::AgentInstall>(
-            wrenlink_example::AgentInstallSettings{.serial = serial.toStdString(), .agents_dir = {}, .control_port = controlPort},
+            wrenlink_example::AgentInstallSettings{
+                .serial = serial.toStdString(), .agents_dir = agentsDir.toStdString(), .control_port = controlPort},
             [&queue](const std::string &line) {
                 queue.toWindow([line = QString::fromStdString(line)](AdbQueue &front) { emit front.installReport(line); });
             });

@@ -27,9 +27,10 @@ public:
     // adb forwards localPort of this machine to phonePort of the phone: forwarded.
     void forward(const QString &serial, quint16 localPort, quint16 phonePort);
     // Installs the agent on the phone and has adb forward controlPort (and the scan's event port)
-    // to it: installReport for each step, then agentInstalled or installFailed. Removing it stops it on
-    // the phone and removes the forwards (agentRemoved); so does the destructor.
-    void installAgent(const QString &serial, quint16 controlPort);
+    // to it: installReport for each step, then agentInstalled or installFailed. The phone builds
+    // are DIR/<abi>/wrenlink-agent (empty: those of the install tree). Removing it stops it on the
+    // phone and removes the forwards (agentRemoved); so does the destructor.
+    void installAgent(const QString &serial, quint16 controlPort, const QString &agentsDir);
     void removeAgent();
 
 signals:

@@ -117,7 +117,7 @@ void MainWindow::installAgent(quint16 port) {
     if (serial.isEmpty()) return showStatus("No authorised phone to install the agent on");
     disconnectAgent();
     connect_->showState(false, "Installing the agent on " + serial);
-    adb_.installAgent(serial, port);
+    adb_.installAgent(serial, port, options_.agentsDir);
 }
 
 void MainWindow::openAgent(const QString &address, quint16 port) {
