@@ -2,7 +2,11 @@
 
 #include <unistd.h>
 
+#include <QThread>
+#include <atomic>
+
 #include "agent_install.h"
+#include "leftovers.h"
 #include "window_thread.h"
 
 namespace {
@@ -33,73 +37,100 @@ std::vector<Phone> readPhones(QString &error) {
 
 }  // namespace
 
-AdbQueue::AdbQueue(QObject *parent) : QObject(parent), worker_(new QObject) {
-    worker_->moveToThread(&thread_);
-    connect(&thread_, &QThread::finished, worker_, &QObject::deleteLater);
-    thread_.start();
+// The queue's thread and what its calls share; the leftovers hold it after the window has let
+// the queue go, until the thread has ended.
+struct AdbQueue::Queue {
+    explicit Queue(AdbQueue *front) : worker(new QObject), toWindow(front) {}
+
+    QThread thread;
+    QObject *worker;  // lives on `thread`: the queued calls are its events
+    std::atomic<bool> listingQueued{false};
+    std::atomic<bool> closing{false};
+    std::unique_ptr<wrenlink_example::AgentInstall> installed;  // the queue's thread only
+    ToWindow<AdbQueue> toWindow;
+};
+
+AdbQueue::AdbQueue(QObject *parent) : QObject(parent), queue_(std::make_shared<Queue>(this)) {
+    queue_->worker->moveToThread(&queue_->thread);
+    connect(&queue_->thread, &QThread::finished, queue_->worker, &QObject::deleteLater);
+    queue_->thread.start();
 }
 
 AdbQueue::~AdbQueue() {
-    thread_.quit();
-    thread_.wait();
-    installed_.reset();  // the queue's thread has ended: its agent is stopped from here
+    queue_->toWindow.cut();
+    queue_->closing = true;
+    QMetaObject::invokeMethod(
+        queue_->worker,
+        [queue = queue_.get()] {
+            queue->installed.reset();  // stops the agent on the phone and removes the forwards
+            QThread::currentThread()->quit();
+        },
+        Qt::QueuedConnection);
+    Leftovers::instance().add("adb: a tool run under way is left behind", [queue = queue_] { queue->thread.wait(); });
 }
 
-void AdbQueue::enqueue(std::function<void()> call) {
-    QMetaObject::invokeMethod(worker_, std::move(call), Qt::QueuedConnection);
+// The queue outlives its thread, which the leftovers wait for before it goes.
+void AdbQueue::enqueue(std::function<void(Queue &)> call) {
+    QMetaObject::invokeMethod(
+        queue_->worker,
+        [queue = queue_.get(), call = std::move(call)] {
+            if (!queue->closing) call(*queue);
+        },
+        Qt::QueuedConnection);
 }
 
 void AdbQueue::listPhones() {
-    if (listingQueued_.exchange(true)) return;
-    enqueue([this] {
-        listingQueued_ = false;
+    if (queue_->listingQueued.exchange(true)) return;
+    enqueue([](Queue &queue) {
+        queue.listingQueued = false;
         const QString adb = QString::fromUtf8(AndGetAdbFullpath());
         if (::access(adb.toUtf8().constData(), X_OK) != 0) {
-            onWindowThread(this, [this, adb] { emit adbMissing(adb); });
+            queue.toWindow([adb](AdbQueue &front) { emit front.adbMissing(adb); });
             return;
         }
         QString error;
         const std::vector<Phone> phones = readPhones(error);
-        onWindowThread(this, [this, phones, error] {
-            if (!error.isEmpty()) emit failed(error);
-            emit phonesListed(phones);
+        queue.toWindow([phones, error](AdbQueue &front) {
+            if (!error.isEmpty()) emit front.failed(error);
+            emit front.phonesListed(phones);
         });
     });
 }
 
 void AdbQueue::forward(const QString &serial, quint16 localPort, quint16 phonePort) {
-    enqueue([this, serial, localPort, phonePort] {
+    enqueue([serial, localPort, phonePort](Queue &queue) {
         // Always 0: a forward that adb refused shows when the connection through it fails.
         AdbForward(serial.toUtf8().constData(), localPort, phonePort);
-        onWindowThread(this, [this, serial, localPort] { emit forwarded(serial, localPort); });
+        queue.toWindow([serial, localPort](AdbQueue &front) { emit front.forwarded(serial, localPort); });
     });
 }
 
-void AdbQueue::installAgent(const QString &serial, quint16 controlPort) {
-    enqueue([this, serial, controlPort] {
-        installed_.reset();
-        installed_ = std::make_unique<wrenlink_example::AgentInstall>(
-            wrenlink_example::AgentInstallSettings{.serial = serial.toStdString(), .agents_dir = {}, .control_port = controlPort},
-            [this](const std::string &line) {
-                onWindowThread(this, [this, line = QString::fromStdString(line)] { emit installReport(line); });
+void AdbQueue::installAgent(const QString &serial, quint16 controlPort, const QString &agentsDir) {
+    enqueue([serial, controlPort, agentsDir](Queue &queue) {
+        queue.installed.reset();
+        queue.installed = std::make_unique<wrenlink_example::AgentInstall>(
+            wrenlink_example::AgentInstallSettings{
+                .serial = serial.toStdString(), .agents_dir = agentsDir.toStdString(), .control_port = controlPort},
+            [&queue](const std::string &line) {
+                queue.toWindow([line = QString::fromStdString(line)](AdbQueue &front) { emit front.installReport(line); });
             });
-        if (!installed_->install()) {
-            const QString why = "Installing the agent: " + QString::fromStdString(installed_->error());
-            installed_.reset();
-            onWindowThread(this, [this, why] { emit installFailed(why); });
+        if (!queue.installed->install()) {
+            const QString why = "Installing the agent: " + QString::fromStdString(queue.installed->error());
+            queue.installed.reset();
+            queue.toWindow([why](AdbQueue &front) { emit front.installFailed(why); });
             return;
         }
-        onWindowThread(this, [this, serial, controlPort] { emit agentInstalled(serial, controlPort); });
+        queue.toWindow([serial, controlPort](AdbQueue &front) { emit front.agentInstalled(serial, controlPort); });
     });
 }
 
 void AdbQueue::removeAgent() {
-    enqueue([this] {
-        if (installed_ && !installed_->remove()) {
-            const QString why = "Removing the agent: " + QString::fromStdString(installed_->error());
-            onWindowThread(this, [this, why] { emit failed(why); });
+    enqueue([](Queue &queue) {
+        if (queue.installed && !queue.installed->remove()) {
+            const QString why = "Removing the agent: " + QString::fromStdString(queue.installed->error());
+            queue.toWindow([why](AdbQueue &front) { emit front.failed(why); });
         }
-        installed_.reset();
-        onWindowThread(this, [this] { emit agentRemoved(); });
+        queue.installed.reset();
+        queue.toWindow([](AdbQueue &front) { emit front.agentRemoved(); });
     });
 }

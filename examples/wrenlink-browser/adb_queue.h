@@ -2,27 +2,23 @@
 // asked for. Tool runs are one at a time in the whole process (a call waits for another thread's
 // run), so more threads would only wait; one queue keeps the window's thread free and the order
 // of the user's actions (a forward before the connection that goes through it). A tool run has no
-// time limit and cannot be given up: the destructor waits for the call under way and drops the
-// calls still queued.
+// time limit and cannot be given up, and an install waits for its agent to answer: the destructor
+// lets the queue go (leftovers.h) rather than wait for the call under way.
 #pragma once
 
 #include <QObject>
-#include <QThread>
-#include <atomic>
 #include <functional>
 #include <memory>
 #include <vector>
 
 #include "records.h"
 
-namespace wrenlink_example {
-class AgentInstall;
-}
-
 class AdbQueue : public QObject {
     Q_OBJECT
 public:
     explicit AdbQueue(QObject *parent = nullptr);
+    // Drops the calls still queued; the call under way ends on the queue's thread, which then
+    // removes an agent it installed, off the window's thread.
     ~AdbQueue() override;
 
     // phonesListed, or adbMissing when the library finds no tool. A listing asked for while one
@@ -31,9 +27,10 @@ public:
     // adb forwards localPort of this machine to phonePort of the phone: forwarded.
     void forward(const QString &serial, quint16 localPort, quint16 phonePort);
     // Installs the agent on the phone and has adb forward controlPort (and the scan's event port)
-    // to it: installReport for each step, then agentInstalled or installFailed. Removing it stops it on
-    // the phone and removes the forwards (agentRemoved); so does the destructor.
-    void installAgent(const QString &serial, quint16 controlPort);
+    // to it: installReport for each step, then agentInstalled or installFailed. The phone builds
+    // are DIR/<abi>/wrenlink-agent (empty: those of the install tree). Removing it stops it on the
+    // phone and removes the forwards (agentRemoved); so does the destructor.
+    void installAgent(const QString &serial, quint16 controlPort, const QString &agentsDir);
     void removeAgent();
 
 signals:
@@ -47,10 +44,8 @@ signals:
     void failed(const QString &what);
 
 private:
-    void enqueue(std::function<void()> call);
+    struct Queue;
+    void enqueue(std::function<void(Queue &)> call);
 
-    QThread thread_;
-    QObject *worker_;  // lives on thread_: the queued calls are its events
-    std::atomic<bool> listingQueued_{false};
-    std::unique_ptr<wrenlink_example::AgentInstall> installed_;  // the queue's thread only
+    std::shared_ptr<Queue> queue_;
 };

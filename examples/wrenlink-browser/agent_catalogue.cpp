@@ -1,7 +1,5 @@
 #include "agent_catalogue.h"
 
-#include "window_thread.h"
-
 namespace {
 
 constexpr int32_t kChunk = 256 * 1024;
@@ -26,33 +24,26 @@ QString readWholeFile(NetConnection *conn, const QString &path, QByteArray &byte
 }  // namespace
 
 Catalogue::Catalogue(const QString &address, quint16 port, QObject *parent)
-    : QObject(parent), link_(address, port) {
-    pool_.setMaxThreadCount(2);
-}
+    : QObject(parent), work_(std::make_shared<Work>(this, address, port, 2)) {}
 
-Catalogue::~Catalogue() {
-    pool_.clear();  // calls not started yet
-    link_.close();
-    pool_.waitForDone();
-}
+Catalogue::~Catalogue() { letGo(work_); }
 
-void Catalogue::run(std::function<void()> call) { pool_.start(std::move(call)); }
-
-void Catalogue::report(const QString &what) {
-    onWindowThread(this, [this, what] { emit failed(what); });
+// The work outlives the pool's threads, which it waits for before it goes.
+void Catalogue::run(std::function<void(Work &)> call) {
+    work_->pool.start([work = work_.get(), call = std::move(call)] { call(*work); });
 }
 
 void Catalogue::open() {
-    run([this] {
-        const QString error = link_.open();
-        if (!error.isEmpty()) return report(error);
-        onWindowThread(this, [this] { emit opened(); });
+    run([](Work &work) {
+        const QString error = work.link.open();
+        if (!error.isEmpty()) return work.report(error);
+        work.toWindow([](Catalogue &catalogue) { emit catalogue.opened(); });
     });
 }
 
 void Catalogue::list() {
-    run([this] {
-        NetConnection *conn = link_.get();
+    run([](Work &work) {
+        NetConnection *conn = work.link.get();
         MediaLists lists;
         using Lister = AgentStatus (*)(NetConnection *, __MediaBean *, uint32_t *);
         const struct {
@@ -71,21 +62,21 @@ void Catalogue::list() {
                 ExchangeLock lock(conn);
                 status = kind.lister(conn, &head, &count);
             }
-            if (status != 0) return report(callFailed(kind.call, status));
+            if (status != 0) return work.report(callFailed(kind.call, status));
             kind.into = takeMediaList(kind.kind, head);
         }
-        onWindowThread(this, [this, lists] { emit listed(lists); });
+        work.toWindow([lists](Catalogue &catalogue) { emit catalogue.listed(lists); });
     });
 }
 
 void Catalogue::readThumbnail(quint32 id, const QString &path, int side) {
-    run([this, id, path, side] {
+    run([id, path, side](Work &work) {
         QByteArray bytes;
-        const QString error = readWholeFile(link_.get(), path, bytes);
-        if (!error.isEmpty()) report(error);
+        const QString error = readWholeFile(work.link.get(), path, bytes);
+        if (!error.isEmpty()) work.report(error);
         QImage image;
         if (error.isEmpty() && image.loadFromData(bytes))
             image = image.scaled(side, side, Qt::KeepAspectRatio, Qt::SmoothTransformation);
-        onWindowThread(this, [this, id, image] { emit thumbnailRead(id, image); });
+        work.toWindow([id, image](Catalogue &catalogue) { emit catalogue.thumbnailRead(id, image); });
     });
 }

@@ -5,11 +5,11 @@
 
 #include <QImage>
 #include <QObject>
-#include <QThreadPool>
 #include <functional>
+#include <memory>
 #include <vector>
 
-#include "agent_link.h"
+#include "agent_work.h"
 #include "records.h"
 
 struct MediaLists {
@@ -20,7 +20,7 @@ class Catalogue : public QObject {
     Q_OBJECT
 public:
     Catalogue(const QString &address, quint16 port, QObject *parent = nullptr);
-    // Closes the connection, so that the calls under way return, and waits for them.
+    // Lets the calls under way go (letGo): they return once the connection is shut.
     ~Catalogue() override;
 
     void open();  // opened, or failed
@@ -36,9 +36,8 @@ signals:
     void failed(const QString &what);
 
 private:
-    void run(std::function<void()> call);
-    void report(const QString &what);
+    using Work = AgentWork<Catalogue>;
+    void run(std::function<void(Work &)> call);
 
-    AgentLink link_;
-    QThreadPool pool_;
+    std::shared_ptr<Work> work_;
 };

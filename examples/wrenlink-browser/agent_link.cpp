@@ -5,22 +5,35 @@ AgentLink::AgentLink(const QString &address, quint16 port) : address_(address.to
 AgentLink::~AgentLink() { close(); }
 
 QString AgentLink::open() {
-    NetConnection *conn = NetConnectionOpen(address_.constData(), port_);
     const QString where = QString::fromUtf8(address_) + ":" + QString::number(port_);
+    const QString shut = "NetConnectionOpen " + where + ": the connection was closed";
+    {
+        std::lock_guard lock(mutex_);
+        if (shut_) return shut;
+    }
+    NetConnection *conn = NetConnectionOpen(address_.constData(), port_);
     if (conn == nullptr) return "NetConnectionOpen " + where + ": no connection";
+    {
+        std::lock_guard lock(mutex_);
+        if (shut_) {
+            NetConnectionClose(conn);
+            return shut;
+        }
+        NetConnectionClose(conn_);  // null does nothing
+        conn_ = conn;
+    }
     int32_t ping = 0;
     {
         ExchangeLock lock(conn);
         ping = TestPing(conn);
     }
-    if (ping != 0) {
-        NetConnectionClose(conn);
-        return "TestPing " + where + ": " + QString::number(ping);
-    }
+    if (ping == 0) return {};
     std::lock_guard lock(mutex_);
-    NetConnectionClose(conn_);  // null does nothing
-    conn_ = conn;
-    return {};
+    if (conn_ == conn) {
+        NetConnectionClose(conn_);
+        conn_ = nullptr;
+    }
+    return shut_ ? shut : "TestPing " + where + ": " + QString::number(ping);
 }
 
 NetConnection *AgentLink::get() const {
@@ -30,6 +43,13 @@ NetConnection *AgentLink::get() const {
 
 void AgentLink::close() {
     std::lock_guard lock(mutex_);
+    NetConnectionClose(conn_);
+    conn_ = nullptr;
+}
+
+void AgentLink::shut() {
+    std::lock_guard lock(mutex_);
+    shut_ = true;
     NetConnectionClose(conn_);
     conn_ = nullptr;
 }

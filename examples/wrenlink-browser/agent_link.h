@@ -16,7 +16,9 @@ public:
     AgentLink &operator=(const AgentLink &) = delete;
 
     // Opens a connection and pings the agent, in place of a closed one. It blocks in the connect:
-    // call it on a worker thread. Empty when the agent answered, otherwise what failed.
+    // call it on a worker thread. The connection is the link's before the ping, so that a close
+    // cuts a ping that an agent never answers. Empty when the agent answered, otherwise what
+    // failed; once the link is shut, it opens nothing.
     QString open();
     // The open connection; null before open() and after close().
     NetConnection *get() const;
@@ -24,12 +26,15 @@ public:
     // way to give up on a call, since none has a time limit. A handle stays safe to use after
     // its close (every call on it fails), so a thread that still holds it does no harm.
     void close();
+    // Closes it for good: an open() under way or to come fails.
+    void shut();
 
 private:
     const QByteArray address_;
     const quint16 port_;
     mutable std::mutex mutex_;
     NetConnection *conn_ = nullptr;
+    bool shut_ = false;
 };
 
 // Holds the connection's lock around an exchange that takes none itself (TestPing, NMC*), so

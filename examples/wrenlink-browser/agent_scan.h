@@ -5,17 +5,18 @@
 // a few hundred hand-overs, not a million events. Pause, resume and stop go to the scan's
 // connection from one more thread, one at a time: nothing on that connection locks, the loop
 // never touches it, and two requests at once would mix their replies.
+//
+// The loop ends only when the agent closes the event stream: nothing on this side can end it. So
+// the runner never waits for it. What the scan's threads use lives in a Loop that the runner
+// shares with them; a runner that goes hands its Loop to the leftovers, which ask the agent to
+// stop and wait for the loop's end off the window's thread, for as long as the agent takes.
 #pragma once
 
 #include <QElapsedTimer>
 #include <QObject>
-#include <QThreadPool>
-#include <condition_variable>
-#include <mutex>
-#include <thread>
+#include <memory>
 #include <vector>
 
-#include "agent_link.h"
 #include "records.h"
 
 class ScanRunner : public QObject {
@@ -26,7 +27,7 @@ public:
     static constexpr quint32 kComplete = 0, kStreamBroken = 22, kStopped = 125;
 
     ScanRunner(const QString &address, quint16 port, QObject *parent = nullptr);
-    // Stops a running scan and waits for its end.
+    // Lets a running scan go without waiting for its end.
     ~ScanRunner() override;
 
     void start();
@@ -34,7 +35,8 @@ public:
     void pause();
     void resume();
     void stop();
-    bool running() const;
+    // From start() until finished.
+    bool running() const { return running_; }
 
 signals:
     void started();
@@ -48,28 +50,11 @@ signals:
     void failed(const QString &what);
 
 private:
-    enum class State { Idle, Starting, Looping, Ended };
-
-    static void onFoundItem(const char *item, uint64_t self);
-    static void onProgress(int64_t done, int64_t total, uint64_t self);
-    static void onCode(uint32_t code, uint64_t self);
-    void runLoop();
-    void askForHandOver();  // with mutex_ held
+    class Loop;
     void handOver();
     void finish(AgentStatus status, const QString &error);
-    void control(const char *call, AgentStatus (*request)(NetConnection *), void (ScanRunner::*answered)());
 
-    AgentLink link_;
-    std::thread loop_;
-    QThreadPool control_;  // one thread
-
-    mutable std::mutex mutex_;  // what the callbacks share with the window's thread
-    std::condition_variable stateChanged_;
-    State state_ = State::Idle;
-    std::vector<MediaItem> mailbox_;
-    qint64 done_ = 0, total_ = -1, count_ = 0;
-    quint32 code_ = kStreamBroken;
-    bool handOverOwed_ = false;
-
-    QElapsedTimer sinceHandOver_;  // the window's thread only
+    std::shared_ptr<Loop> loop_;
+    bool running_ = false;
+    QElapsedTimer sinceHandOver_;
 };

@@ -4,100 +4,112 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+#include <atomic>
 
-#include "window_thread.h"
+#include "agent_work.h"
 
 namespace {
 
 constexpr int32_t kTransferChunk = 256 * 1024;
 constexpr qint64 kProgressGapMs = 50;
 
-}  // namespace
-
 // Bytes moved of a transfer, handed to the window at most every 50 ms.
-class Transfers::Progress {
+class Progress {
 public:
-    Progress(Transfers *owner, quint64 total) : owner_(owner), total_(total) {}
+    Progress(ToWindow<Transfers> &toWindow, quint64 total) : toWindow_(toWindow), total_(total) {}
     void add(quint64 bytes) {
         done_ += bytes;
         if (!sinceReport_.isValid() || sinceReport_.elapsed() >= kProgressGapMs) report();
     }
     void report() {
         sinceReport_.start();
-        onWindowThread(owner_, [owner = owner_, done = done_, total = total_] { emit owner->progressed(done, total); });
+        toWindow_([done = done_, total = total_](Transfers &transfers) { emit transfers.progressed(done, total); });
     }
 
 private:
-    Transfers *owner_;
+    ToWindow<Transfers> &toWindow_;
     quint64 done_ = 0, total_;
     QElapsedTimer sinceReport_;
 };
 
-Transfers::Transfers(const QString &address, quint16 port, QObject *parent) : QObject(parent), link_(address, port) {
-    worker_.setMaxThreadCount(1);
-}
+}  // namespace
+
+// The transfer thread's side.
+class Transfers::Work : public AgentWork<Transfers> {
+public:
+    using AgentWork::AgentWork;
+
+    bool connected();
+    void copyToComputer(const std::vector<MediaItem> &items, const QString &folder);
+    void sendToPhone(const QString &localPath, const QString &phoneFolder);
+    void endCancelled();
+
+    std::atomic<bool> cancelled{false};
+
+private:
+    QString copyOne(NetConnection *conn, const MediaItem &item, const QString &localPath, Progress &progress);
+    QString sendFile(NetConnection *conn, const QString &localPath, const QString &phonePath, Progress &progress);
+};
+
+Transfers::Transfers(const QString &address, quint16 port, QObject *parent)
+    : QObject(parent), work_(std::make_shared<Work>(this, address, port, 1)) {}
 
 Transfers::~Transfers() {
-    worker_.clear();
-    closing_ = true;
-    cancelled_ = true;
-    link_.close();
-    worker_.waitForDone();
+    work_->cancelled = true;  // a copy under way removes its partial file
+    letGo(work_);
 }
 
-void Transfers::run(std::function<void()> transfer) {
-    worker_.start([this, transfer] {
-        cancelled_ = false;  // a cancel that came between transfers is spent
-        if (connected()) transfer();
+// The work outlives its thread, which it waits for before it goes.
+void Transfers::run(std::function<void(Work &)> transfer) {
+    work_->pool.start([work = work_.get(), transfer = std::move(transfer)] {
+        work->cancelled = false;  // a cancel that came between transfers is spent
+        if (work->connected()) transfer(*work);
     });
 }
 
 // The connection is opened at the first transfer, and again after a cancel closed it; never
-// once the destructor has closed it.
-bool Transfers::connected() {
-    if (closing_) return false;
-    if (link_.get() != nullptr) return true;
-    const QString error = link_.open();
+// once the transfers have been let go, which shuts it.
+bool Transfers::Work::connected() {
+    if (link.get() != nullptr) return true;
+    const QString error = link.open();
     if (!error.isEmpty()) report(error);
     return error.isEmpty();
 }
 
 void Transfers::cancel() {
-    cancelled_ = true;
-    link_.close();
+    work_->cancelled = true;
+    work_->link.close();
 }
 
-void Transfers::endCancelled() {
-    onWindowThread(this, [this] { emit cancelled(); });
-    cancelled_ = false;
+void Transfers::Work::endCancelled() {
+    toWindow([](Transfers &transfers) { emit transfers.cancelled(); });
+    cancelled = false;
     connected();  // at once, so that a phone that went away shows now
 }
 
-void Transfers::report(const QString &what) {
-    onWindowThread(this, [this, what] { emit failed(what); });
-}
-
 void Transfers::copyToComputer(const std::vector<MediaItem> &items, const QString &folder) {
-    run([this, items, folder] {
-        NetConnection *conn = link_.get();
-        quint64 total = 0;
-        for (const MediaItem &item : items) total += item.size;
-        Progress progress(this, total);
-        QStringList saved;
-        for (const MediaItem &item : items) {
-            const QString local = QDir(folder).filePath(QFileInfo(item.path).fileName());
-            const QString error = copyOne(conn, item, local, progress);
-            if (cancelled_ || !error.isEmpty()) QFile::remove(local);
-            if (cancelled_) return endCancelled();
-            if (!error.isEmpty()) return report(error);
-            saved << local;
-        }
-        progress.report();
-        onWindowThread(this, [this, saved] { emit copied(saved); });
-    });
+    run([items, folder](Work &work) { work.copyToComputer(items, folder); });
 }
 
-QString Transfers::copyOne(NetConnection *conn, const MediaItem &item, const QString &localPath, Progress &progress) {
+void Transfers::Work::copyToComputer(const std::vector<MediaItem> &items, const QString &folder) {
+    NetConnection *conn = link.get();
+    quint64 total = 0;
+    for (const MediaItem &item : items) total += item.size;
+    Progress progress(toWindow, total);
+    QStringList saved;
+    for (const MediaItem &item : items) {
+        const QString local = QDir(folder).filePath(QFileInfo(item.path).fileName());
+        const QString error = copyOne(conn, item, local, progress);
+        if (cancelled || !error.isEmpty()) QFile::remove(local);
+        if (cancelled) return endCancelled();
+        if (!error.isEmpty()) return report(error);
+        saved << local;
+    }
+    progress.report();
+    toWindow([saved](Transfers &transfers) { emit transfers.copied(saved); });
+}
+
+QString Transfers::Work::copyOne(NetConnection *conn, const MediaItem &item, const QString &localPath, Progress &progress) {
     QFile out(localPath);
     if (!out.open(QIODevice::WriteOnly | QIODevice::Truncate)) return localPath + ": " + out.errorString();
     RemoteFile in;
@@ -113,23 +125,25 @@ QString Transfers::copyOne(NetConnection *conn, const MediaItem &item, const QSt
 }
 
 void Transfers::sendToPhone(const QString &localPath, const QString &phoneFolder) {
-    run([this, localPath, phoneFolder] {
-        NetConnection *conn = link_.get();
-        const QString phonePath = QDir::cleanPath(phoneFolder + "/" + QFileInfo(localPath).fileName());
-        Progress progress(this, static_cast<quint64>(QFileInfo(localPath).size()));
-        const QString error = sendFile(conn, localPath, phonePath, progress);
-        if (cancelled_) {
-            endCancelled();
-            NFCFileRefDelete(link_.get(), phonePath.toUtf8().constData());  // what came of it
-            return;
-        }
-        if (!error.isEmpty()) return report(error);
-        progress.report();
-        onWindowThread(this, [this, phonePath] { emit sent(phonePath); });
-    });
+    run([localPath, phoneFolder](Work &work) { work.sendToPhone(localPath, phoneFolder); });
 }
 
-QString Transfers::sendFile(NetConnection *conn, const QString &localPath, const QString &phonePath, Progress &progress) {
+void Transfers::Work::sendToPhone(const QString &localPath, const QString &phoneFolder) {
+    NetConnection *conn = link.get();
+    const QString phonePath = QDir::cleanPath(phoneFolder + "/" + QFileInfo(localPath).fileName());
+    Progress progress(toWindow, static_cast<quint64>(QFileInfo(localPath).size()));
+    const QString error = sendFile(conn, localPath, phonePath, progress);
+    if (cancelled) {
+        endCancelled();
+        NFCFileRefDelete(link.get(), phonePath.toUtf8().constData());  // what came of it
+        return;
+    }
+    if (!error.isEmpty()) return report(error);
+    progress.report();
+    toWindow([phonePath](Transfers &transfers) { emit transfers.sent(phonePath); });
+}
+
+QString Transfers::Work::sendFile(NetConnection *conn, const QString &localPath, const QString &phonePath, Progress &progress) {
     QFile in(localPath);
     if (!in.open(QIODevice::ReadOnly)) return localPath + ": " + in.errorString();
     RemoteFile out;
@@ -146,9 +160,9 @@ QString Transfers::sendFile(NetConnection *conn, const QString &localPath, const
 }
 
 void Transfers::deleteOnPhone(const QString &phonePath) {
-    run([this, phonePath] {
-        if (const AgentStatus status = NFCFileRefDelete(link_.get(), phonePath.toUtf8().constData()))
-            return report(callFailed("NFCFileRefDelete", status, phonePath));
-        onWindowThread(this, [this, phonePath] { emit deleted(phonePath); });
+    run([phonePath](Work &work) {
+        if (const AgentStatus status = NFCFileRefDelete(work.link.get(), phonePath.toUtf8().constData()))
+            return work.report(callFailed("NFCFileRefDelete", status, phonePath));
+        work.toWindow([phonePath](Transfers &transfers) { emit transfers.deleted(phonePath); });
     });
 }

@@ -7,19 +7,18 @@
 
 #include <QObject>
 #include <QStringList>
-#include <QThreadPool>
-#include <atomic>
 #include <functional>
+#include <memory>
 #include <vector>
 
-#include "agent_link.h"
 #include "records.h"
 
 class Transfers : public QObject {
     Q_OBJECT
 public:
     Transfers(const QString &address, quint16 port, QObject *parent = nullptr);
-    // Closes the connection, so that a transfer under way ends, and waits for it.
+    // Lets a transfer under way go (letGo in agent_work.h): the connection is shut, so that it
+    // ends, and its partial file is removed off the window's thread.
     ~Transfers() override;
 
     // Copies the items into `folder` under their names: copied, cancelled or failed.
@@ -38,16 +37,8 @@ signals:
     void failed(const QString &what);
 
 private:
-    class Progress;
-    void run(std::function<void()> transfer);
-    bool connected();
-    QString copyOne(NetConnection *conn, const MediaItem &item, const QString &localPath, Progress &progress);
-    QString sendFile(NetConnection *conn, const QString &localPath, const QString &phonePath, Progress &progress);
-    void endCancelled();
-    void report(const QString &what);
+    class Work;
+    void run(std::function<void(Work &)> transfer);
 
-    AgentLink link_;
-    QThreadPool worker_;  // one thread: transfers in the order asked for
-    std::atomic<bool> cancelled_{false};
-    std::atomic<bool> closing_{false};
+    std::shared_ptr<Work> work_;  // one thread: transfers in the order asked for
 };

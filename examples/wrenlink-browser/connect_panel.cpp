@@ -22,6 +22,7 @@ ConnectPanel::ConnectPanel(QWidget *parent)
     forwardPort_->setRange(1, 65535);
     forwardPort_->setValue(10243);
     forwardPort_->setEnabled(false);
+    install_->setObjectName("install");
     install_->setToolTip("Pushes the agent built for the selected phone's processor to it, starts it and forwards Port to it");
     state_->setWordWrap(true);
 

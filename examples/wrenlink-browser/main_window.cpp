@@ -2,6 +2,7 @@
 
 #include <QSplitter>
 #include <QStatusBar>
+#include <QTimer>
 #include <QVBoxLayout>
 
 #include "agent_catalogue.h"
@@ -9,9 +10,17 @@
 #include "agent_transfers.h"
 #include "connect_panel.h"
 #include "files_panel.h"
+#include "leftovers.h"
 #include "media_panel.h"
 #include "phones_panel.h"
 #include "scan_panel.h"
+
+namespace {
+
+// Agents end what they were asked to within milliseconds; one that takes longer is named.
+constexpr int kLeftBehindAfterMs = 1000;
+
+}  // namespace
 
 MainWindow::MainWindow(const BrowserOptions &options, QWidget *parent)
     : QMainWindow(parent),
@@ -85,7 +94,7 @@ MainWindow::MainWindow(const BrowserOptions &options, QWidget *parent)
     }
 }
 
-// The agent objects close their connections, so that calls under way return, and wait for them.
+// The agent objects and the adb queue let their workers go; nothing here waits for them.
 MainWindow::~MainWindow() { disconnectAgent(); }
 
 void MainWindow::connectAgent(const QString &address, quint16 port, quint16 forwardPort) {
@@ -108,7 +117,7 @@ void MainWindow::installAgent(quint16 port) {
     if (serial.isEmpty()) return showStatus("No authorised phone to install the agent on");
     disconnectAgent();
     connect_->showState(false, "Installing the agent on " + serial);
-    adb_.installAgent(serial, port);
+    adb_.installAgent(serial, port, options_.agentsDir);
 }
 
 void MainWindow::openAgent(const QString &address, quint16 port) {
@@ -141,7 +150,10 @@ void MainWindow::agentOpened(const QString &address, quint16 port) {
     if (options_.scan) scan_->startScan();
 }
 
+// The objects let their calls go without waiting for them (a new connection can be made at
+// once); what an agent still holds after a short grace is named in the status line.
 void MainWindow::disconnectAgent() {
+    const bool letGo = catalogue_ != nullptr;
     forwarding_ = 0;
     media_->attach(nullptr);
     files_->attach(nullptr);
@@ -150,6 +162,12 @@ void MainWindow::disconnectAgent() {
     transfers_.reset();
     catalogue_.reset();
     connect_->showState(false, "Not connected");
+    if (letGo) QTimer::singleShot(kLeftBehindAfterMs, this, &MainWindow::showLeftBehind);
+}
+
+void MainWindow::showLeftBehind() {
+    const QStringList held = Leftovers::instance().underWay();
+    if (!held.isEmpty()) showStatus(held.join("; "));
 }
 
 bool MainWindow::isFilled() const { return phonesListed_ && media_->listed() && media_->thumbnailsSettled(); }

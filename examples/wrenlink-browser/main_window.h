@@ -1,6 +1,7 @@
 // The window: the five panels, the adb queue, and the three agent objects of a connection (the
 // catalogue, the transfers and the scan, each on a connection of its own). Every library call
-// runs on a worker thread of one of those objects; the window's thread only draws and reacts.
+// runs on a worker thread of one of those objects; the window's thread only draws and reacts, and
+// never waits for a worker: objects that go let their workers go (leftovers.h).
 #pragma once
 
 #include <QMainWindow>
@@ -43,6 +44,7 @@ signals:
 
 private:
     void openAgent(const QString &address, quint16 port);
+    void showLeftBehind();
     void agentOpened(const QString &address, quint16 port);
     void showStatus(const QString &text);
 

@@ -2,11 +2,12 @@
 
 #include <arpa/inet.h>
 
+#include <QFileInfo>
 #include <QStringList>
 
 const char kUsage[] =
     "usage: wrenlink-browser [--address A] [--port N] [--forward PHONE_PORT] [--scan]\n"
-    "                        [--screenshot FILE [--after SECONDS]]\n"
+    "                        [--agents DIR] [--screenshot FILE [--after SECONDS]]\n"
     "\n"
     "A phone browser on libWrenlink: the phones that adb sees, the agent's media catalogue with\n"
     "thumbnails, a scan of the phone, and files copied between the phone and this computer. It\n"
@@ -16,12 +17,15 @@ const char kUsage[] =
     "  --port N           the agent's port (default 10243); with --forward, the local end\n"
     "  --forward P        have adb forward --port to port P of the first authorised phone first\n"
     "  --scan             start a scan once connected\n"
+    "  --agents DIR       the phone builds that Install agent pushes, DIR/<abi>/wrenlink-agent\n"
+    "                     (default: share/wrenlink/phone-agents beside this program's folder)\n"
     "  --screenshot FILE  once the window has filled (phones listed, catalogue read, thumbnails\n"
     "                     drawn), save it as a PNG and exit; QT_QPA_PLATFORM=offscreen needs no\n"
     "                     display\n"
     "  --after SECONDS    with --screenshot: wait this long after the window has filled\n"
     "\n"
-    "adb is the library's: Resources/adb beside the folder of this program.\n"
+    "adb is the library's: Resources/adb beside the folder of this program. Once the window has\n"
+    "closed, an agent that does not end a scan gets 3 seconds; then the program ends without it.\n"
     "\n"
     "Exit status: 0, also when a screenshot was saved; 1 when the screenshot's agent cannot be\n"
     "reached or its file cannot be written; 2 for a bad command line.\n";
@@ -57,7 +61,7 @@ ParsedOptions parseOptions(int argc, const char *const *argv) {
             o.scan = true;
             continue;
         }
-        if (!QStringList{"--address", "--port", "--forward", "--screenshot", "--after"}.contains(option))
+        if (!QStringList{"--address", "--port", "--forward", "--agents", "--screenshot", "--after"}.contains(option))
             return wrong((option.startsWith('-') ? "unknown option: " : "unexpected argument: ") + option);
         if (i + 1 == argc) return wrong(option + " needs a value");
         const QString value = QString::fromLocal8Bit(argv[++i]);
@@ -69,6 +73,9 @@ ParsedOptions parseOptions(int argc, const char *const *argv) {
         } else if (option == "--port" || option == "--forward") {
             if (!portValue(value, option == "--port" ? o.port : o.forward))
                 return wrong(option + " takes a number from 1 to 65535, not '" + value + "'");
+        } else if (option == "--agents") {
+            if (!QFileInfo(value).isDir()) return wrong("--agents takes a folder of phone builds, not '" + value + "'");
+            o.agentsDir = value;
         } else if (option == "--screenshot") {
             o.screenshot = value;
         } else {

@@ -12,6 +12,7 @@ struct BrowserOptions {
     bool scan = false;    // start a scan once connected
     QString screenshot;   // save the window here once it has filled, and exit
     double after = 0;     // seconds between the window's filling and the screenshot
+    QString agentsDir;    // the phone builds, <dir>/<abi>/wrenlink-agent; empty: the install tree's
 };
 
 struct ParsedOptions {

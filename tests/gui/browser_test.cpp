@@ -20,6 +20,7 @@
 #include "e2e/adb/loopback_server.h"
 #include "e2e/agent/agent_process.h"
 #include "files_panel.h"
+#include "leftovers.h"
 #include "main_window.h"
 #include "media_model.h"
 #include "media_panel.h"
@@ -39,6 +40,17 @@ constexpr const char *kLargeFile = "Download/large.bin";
 std::string file_bytes(const fs::path &path) {
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+// A simulated phone, connected to the test's adb server: `serial` is set once the server lists it.
+void connect_phone(wrenlink::support::ChildProcess &phone, const std::string &profile, const fs::path &sandbox, std::string &serial) {
+    phone = wrenlink::support::ChildProcess({WRENLINK_PHONE_PATH, "--phone", "port=0,profile=" + profile + ",sandbox=" + sandbox.string()},
+                                            {.stderrPath = "", .endWithParent = true});
+    const std::string ready = phone.read_line();
+    QVERIFY(ready.starts_with("ready "));
+    wrenlink::test::adb_text((" connect " + ready.substr(6)).c_str());
+    QTRY_VERIFY_WITH_TIMEOUT(wrenlink::test::adb_text((" -s " + ready.substr(6) + " get-state").c_str()).starts_with("device"), kSlowMs);
+    serial = ready.substr(6);
 }
 
 int count_files(const fs::path &root, bool imagesOnly) {
@@ -84,14 +96,10 @@ private slots:
 
     void phoneShowsUpWithItsModelAndItsAgentAnswersThroughTheForward() {
         if (::access("/usr/bin/adb", X_OK) != 0) QSKIP("/usr/bin/adb is not installed");
-        wrenlink::support::ChildProcess simulated(
-            {WRENLINK_PHONE_PATH, "--phone", "port=0,profile=" WRENLINK_PHONE_PROFILE ",sandbox=" + scratch_.host("sandbox").string()},
-            {.stderrPath = "", .endWithParent = true});
-        const std::string ready = simulated.read_line();
-        QVERIFY(ready.starts_with("ready "));
-        const std::string serial = ready.substr(6);
-        wrenlink::test::adb_text((" connect " + serial).c_str());
-        QTRY_VERIFY_WITH_TIMEOUT(wrenlink::test::adb_text((" -s " + serial + " get-state").c_str()).starts_with("device"), kSlowMs);
+        wrenlink::support::ChildProcess simulated;
+        std::string serial;
+        connect_phone(simulated, WRENLINK_PHONE_PROFILE, scratch_.host("sandbox"), serial);
+        QVERIFY(!serial.empty());
 
         AgentProcess agent(phone_.root());
         BrowserOptions options;
@@ -249,7 +257,8 @@ private slots:
         window_->files()->copy({large});
         QTRY_VERIFY_WITH_TIMEOUT(window_->scan()->found()->rowCount() >= 1 && folder.exists("large.bin"), kSlowMs);
         window_->disconnectAgent();
-        QVERIFY2(!folder.exists("large.bin"), "the copy ended and its partial file went with the connection");
+        QTRY_VERIFY2_WITH_TIMEOUT(!folder.exists("large.bin"), "the copy ended and its partial file went with the connection", kSlowMs);
+        QTRY_VERIFY_WITH_TIMEOUT(Leftovers::instance().underWay().isEmpty(), kSlowMs);  // the agent has ended the scan
 
         window_->connectAgent("127.0.0.1", static_cast<quint16>(agent.port()), 0);
         QTRY_VERIFY_WITH_TIMEOUT(window_->media()->listed(), kSlowMs);
@@ -266,6 +275,80 @@ private slots:
         ::kill(agent.pid(), SIGKILL);  // the phone goes away without a word
         QTRY_VERIFY_WITH_TIMEOUT(window_->scan()->summary().contains("broke off"), kSlowMs);
         QCOMPARE(window_->status(), window_->scan()->summary());
+    }
+
+    // An agent that freezes in the middle of a scan holds neither Disconnect nor the window's
+    // close: the scan is left behind and the status line says so, a ping it never answers is cut,
+    // another agent can be scanned meanwhile, and once the agents go on or go away everything let
+    // go ends without touching freed memory.
+    void anAgentThatHangsMidScanHoldsNeitherDisconnectNorClose() {
+        AgentProcess hung(phone_.root(), {"--scan-delay-us", "50000"}), other(phone_.root(), {"--scan-delay-us", "50000"});
+        window_ = open_window(hung.port());
+        QTRY_VERIFY_WITH_TIMEOUT(window_->media()->listed(), kSlowMs);
+        auto freezeMidScan = [&](const AgentProcess &agent) {
+            window_->scan()->startScan();
+            QTRY_VERIFY_WITH_TIMEOUT(window_->scan()->found()->rowCount() >= 1, kSlowMs);
+            ::kill(agent.pid(), SIGSTOP);
+        };
+        freezeMidScan(hung);
+        window_->disconnectAgent();
+        QTRY_VERIFY_WITH_TIMEOUT(window_->status().contains("the agent does not end its scan; it is left behind"), kSlowMs);
+
+        window_->connectAgent("127.0.0.1", static_cast<quint16>(hung.port()), 0);
+        QTest::qWait(300);  // the catalogue's connection is made; its ping waits
+        window_->disconnectAgent();
+        QTRY_COMPARE_WITH_TIMEOUT(Leftovers::instance().underWay().size(), qsizetype(1), kSlowMs);  // the scan alone
+
+        window_->connectAgent("127.0.0.1", static_cast<quint16>(other.port()), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(window_->media()->listed(), kSlowMs);
+        freezeMidScan(other);
+        QTimer tick;
+        QSignalSpy ticks(&tick, &QTimer::timeout);
+        tick.start(10);
+        window_.reset();
+        QTRY_VERIFY(ticks.size() >= 5);
+        QCOMPARE(Leftovers::instance().underWay().filter("does not end its scan").size(), qsizetype(2));
+
+        ::kill(hung.pid(), SIGCONT);
+        ::kill(other.pid(), SIGKILL);
+        QVERIFY(Leftovers::instance().settle(std::chrono::milliseconds(kSlowMs)));
+    }
+
+    // Install agent with the builds of --agents: the build for the phone's processor pushed to a
+    // simulated phone and started there under qemu-user, the catalogue read through its forwards;
+    // Remove stops it and takes the forwards away.
+    void installButtonRunsTheAgentOnThePhoneAndRemoveTakesItAway() {
+        const std::string agents = WRENLINK_PHONE_AGENTS_DIR;
+        std::string abi;
+        for (const auto &[build, cpu] : {std::pair{"arm64-v8a", "aarch64"}, std::pair{"x86_64", "x86_64"}})
+            if (abi.empty() && fs::exists(agents + "/" + build + "/wrenlink-agent") && fs::exists(std::string("/usr/bin/qemu-") + cpu + "-static"))
+                abi = build;
+        if (::access("/usr/bin/adb", X_OK) != 0) QSKIP("/usr/bin/adb is not installed");
+        if (abi.empty()) QSKIP(qPrintable(QString::fromStdString("no arm64-v8a or x86_64 build in " + agents + " with its qemu-user-static")));
+        if (QProcess::execute("sh", {"-c", "unshare --mount true || unshare --user --mount true"}) != 0)
+            QSKIP("no mount namespace here: the simulated phone cannot give the agent its storage as root");
+        scratch_.write("install.prop", "ro.product.model=Wren Two\nro.product.cpu.abi=" + abi + "\nphone.storage=/sdcard /dev/fuse 8000000 3000000\n");
+        fs::create_directories(scratch_.host("install/sdcard"));
+        fs::copy(phone_.host("DCIM"), scratch_.host("install/sdcard/DCIM"), fs::copy_options::recursive);
+        wrenlink::support::ChildProcess simulated;
+        std::string serial;
+        connect_phone(simulated, scratch_.host("install.prop").string(), scratch_.host("install"), serial);
+        QVERIFY(!serial.empty());
+
+        BrowserOptions options;
+        options.port = wrenlink::test::free_loopback_port();
+        options.agentsDir = QString::fromStdString(agents);
+        window_ = std::make_unique<MainWindow>(options);
+        QTRY_COMPARE_WITH_TIMEOUT(window_->phones()->chosenSerial().toStdString(), serial, kSlowMs);
+        auto *install = window_->findChild<QPushButton *>("install");
+        QTest::mouseClick(install, Qt::LeftButton);
+        QTRY_VERIFY_WITH_TIMEOUT(window_->media()->listed(), 3 * kSlowMs);
+        QCOMPARE(window_->media()->images()->rowCount(), count_files(scratch_.host("install/sdcard"), true));
+        QTest::mouseClick(install, Qt::LeftButton);
+        QTRY_COMPARE_WITH_TIMEOUT(window_->status(), QString("Removed the agent from the phone"), kSlowMs);
+        const std::string stop = " -s " + serial + " shell /data/local/tmp/wrenlink-agent --stop";
+        QCOMPARE(wrenlink::test::adb_text(stop.c_str()), std::string("no agent running\n"));
+        QVERIFY(wrenlink::test::adb_text(" forward --list").find(serial) == std::string::npos);
     }
 
     void deviceListReadsEveryStateAndSerialsWithDashes_data() {
@@ -297,6 +380,7 @@ private slots:
         QTest::newRow("address") << QStringList{"--address", "phone"} << 2 << "--address takes a dotted IPv4 address";
         QTest::newRow("after alone") << QStringList{"--after", "1"} << 2 << "--after goes with --screenshot";
         QTest::newRow("no value") << QStringList{"--screenshot"} << 2 << "--screenshot needs a value";
+        QTest::newRow("agents") << QStringList{"--agents", "/nonexistent"} << 2 << "--agents takes a folder of phone builds, not '/nonexistent'";
     }
 
     void commandLine() {
