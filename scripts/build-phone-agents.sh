@@ -16,9 +16,10 @@ bash scripts/ensure-packages.sh cmake ninja-build g++ g++-aarch64-linux-gnu g++-
 out=build/phone-agents
 # abi, then the words `file` must print for it
 abis=("arm64-v8a:ARM aarch64" "armeabi-v7a:ARM, EABI5" "x86_64:x86-64" "x86:Intel 80386")
-for entry in "${abis[@]}"; do
-  abi=${entry%%:*} expected=${entry#*:}
-  tree=$out/$abi/tree toolchain=cmake/toolchains/$abi.cmake
+# One ABI: configure (once), build, strip, check what `file` says. Prints one line.
+build_abi() {
+  local abi=${1%%:*} expected=${1#*:}
+  local tree=$out/$abi/tree toolchain=cmake/toolchains/$abi.cmake
   # A toolchain's flags are read only when a tree is first configured: a changed one starts afresh.
   if [[ ! -f $tree/CMakeCache.txt || $toolchain -nt $tree/CMakeCache.txt ||
         cmake/toolchains/phone-common.cmake -nt $tree/CMakeCache.txt ]]; then
@@ -29,13 +30,27 @@ for entry in "${abis[@]}"; do
           -DWRENLINK_BUILD_TOOLS=ON -DWRENLINK_BUILD_TESTS=OFF -DWRENLINK_BUILD_BENCH=OFF \
           -DWRENLINK_BUILD_EXAMPLES=OFF -DWRENLINK_INSTALL=OFF -DWRENLINK_WARNINGS_AS_ERRORS=ON >/dev/null
   fi
-  cmake --build "$tree" --target wrenlink-agent >/dev/null
+  cmake --build "$tree" --target wrenlink-agent -j 1 >/dev/null
+  local strip description
   strip=$(sed -n 's/^CMAKE_STRIP:FILEPATH=//p' "$tree/CMakeCache.txt")
   "$strip" -o "$out/$abi/wrenlink-agent" "$tree/bin/wrenlink-agent"
   description=$(file -b "$out/$abi/wrenlink-agent")
   if [[ $description != *"$expected"* || $description != *"statically linked"* ]]; then
     echo "build-phone-agents: $abi: not a static $expected executable: $description" >&2
-    exit 1
+    return 1
   fi
   printf '%-12s %8d bytes  %s\n' "$abi" "$(stat -c %s "$out/$abi/wrenlink-agent")" "$description"
+}
+
+# The four at once: a build is a few large units and a configure mostly one process, so one ABI
+# alone leaves a core idle. Each prints its line when done; any failure fails the whole.
+mkdir -p "$out"
+pids=()
+for entry in "${abis[@]}"; do
+  build_abi "$entry" >"$out/${entry%%:*}.line" &
+  pids+=($!)
 done
+failed=0
+for pid in "${pids[@]}"; do wait "$pid" || failed=1; done
+for entry in "${abis[@]}"; do cat "$out/${entry%%:*}.line"; done
+exit "$failed"

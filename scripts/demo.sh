@@ -3,7 +3,8 @@
 # are missing (the same as scripts/test.sh), then
 #   - builds the library, the reference agent and the sample-phone maker (release preset),
 #   - installs the library into build/stage as an application would get it,
-#   - builds the demo application against that installed library alone,
+#   - builds the demo application, and the desktop browser where Qt 6 is, against that installed
+#     library alone,
 #   - makes a sample phone under build/demo-run, serves it with the agent, runs the demo, stops
 #     the agent. When adb is installed, the agent sits behind a simulated phone
 #     (tools/wrenlink-phone) that a private adb server connects to, and the demo reaches it
@@ -17,7 +18,7 @@ top=$PWD
 
 # The packages of scripts/test.sh: configuring the release preset wants them all.
 bash scripts/ensure-packages.sh g++ cmake ninja-build pkg-config libgtest-dev libgmock-dev libbenchmark-dev \
-     adb procps util-linux
+     adb procps util-linux qt6-base-dev fonts-dejavu-core
 
 echo "== building (release preset)"
 cmake --preset release >/dev/null
@@ -33,6 +34,12 @@ cmake -S examples/wrenlink-demo -B build/demo -G Ninja -DCMAKE_BUILD_TYPE=Releas
       -DCMAKE_PREFIX_PATH="$stage" >/dev/null
 cmake --build build/demo
 cmake --install build/demo --prefix "$stage" >/dev/null
+
+echo "== building wrenlink-browser against the installed library"
+cmake -S examples/wrenlink-browser -B build/browser -G Ninja -DCMAKE_BUILD_TYPE=Release \
+      -DCMAKE_PREFIX_PATH="$stage" >/dev/null
+cmake --build build/browser
+cmake --install build/browser --prefix "$stage" >/dev/null
 # As a desktop application ships it: the adb tool in Resources beside the executable's folder.
 if adb_path=$(command -v adb); then
   mkdir -p "$stage/Resources"

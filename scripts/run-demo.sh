@@ -24,7 +24,8 @@ copies=$work/copied
 rm -rf "$sample" "$copies" "$work/phone-sandbox"
 mkdir -p "$copies"
 
-adb_tool=$(dirname "$demo")/../Resources/adb
+# Where the library looks: beside the folder of the executable, its links resolved.
+adb_tool=$(dirname "$(readlink -f "$demo")")/../Resources/adb
 through_adb=no
 if [[ -n $phone_tool && -x $adb_tool ]]; then through_adb=yes; fi
 install=no

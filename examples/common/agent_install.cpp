@@ -6,7 +6,9 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
+#include <condition_variable>
 #include <cstring>
+#include <mutex>
 #include <optional>
 #include <sstream>
 #include <thread>
@@ -65,6 +67,27 @@ std::string adb(const std::string &line) {
 
 // A forward's answer: nothing, or the local port alone (adb of some versions prints it).
 bool forward_done(const std::string &answer, uint32_t port) { return answer.empty() || answer == std::to_string(port); }
+
+// The library's calls have no time limit, and an agent that accepts a connection but never answers
+// would hold a ping for ever: past the deadline a watchdog closes the connection from its own
+// thread, which is the header's way to give up on a blocked call (the ping then fails).
+int32_t ping_before(NetConnection *conn, std::chrono::steady_clock::time_point deadline) {
+    std::mutex mutex;
+    std::condition_variable answered;
+    bool done = false;
+    std::thread watchdog([&] {
+        std::unique_lock lock(mutex);
+        if (!answered.wait_until(lock, deadline, [&] { return done; })) NetConnectionClose(conn);
+    });
+    const int32_t result = TestPing(conn);
+    {
+        const std::lock_guard lock(mutex);
+        done = true;
+    }
+    answered.notify_one();
+    watchdog.join();
+    return result;
+}
 
 }  // namespace
 
@@ -225,7 +248,7 @@ bool AgentInstall::connect() {
     do {
         // adb's server takes a connection before the phone's end is there, so only the ping tells.
         if (NetConnection *conn = NetConnectionOpen("127.0.0.1", settings_.control_port)) {
-            if (TestPing(conn) == 0) {
+            if (ping_before(conn, deadline) == 0) {
                 connection_ = conn;
                 report("connected, ping answered");
                 return true;

@@ -152,16 +152,22 @@ void encode_value(BitWriter &w, int v, const HuffmanCode &table, int run) {
 
 void encode_block(BitWriter &w, const std::array<double, 64> &block, const std::array<uint8_t, 64> &quant,
                   const HuffmanCode &dc, const HuffmanCode &ac, int &previous_dc) {
+    // cosine[u][x]: the DCT's factors, worked out once rather than 8,192 times a block.
+    static const auto cosine = [] {
+        std::array<std::array<double, 8>, 8> c{};
+        for (int u = 0; u < 8; ++u)
+            for (int x = 0; x < 8; ++x)
+                c[static_cast<std::size_t>(u)][static_cast<std::size_t>(x)] = std::cos((2 * x + 1) * u * M_PI / 16);
+        return c;
+    }();
     std::array<int, 64> q{};
-    for (int v = 0; v < 8; ++v)
-        for (int u = 0; u < 8; ++u) {
+    for (std::size_t v = 0; v < 8; ++v)
+        for (std::size_t u = 0; u < 8; ++u) {
             double sum = 0;
-            for (int y = 0; y < 8; ++y)
-                for (int x = 0; x < 8; ++x)
-                    sum += block[static_cast<std::size_t>(y * 8 + x)] * std::cos((2 * x + 1) * u * M_PI / 16) *
-                           std::cos((2 * y + 1) * v * M_PI / 16);
+            for (std::size_t y = 0; y < 8; ++y)
+                for (std::size_t x = 0; x < 8; ++x) sum += block[y * 8 + x] * cosine[u][x] * cosine[v][y];
             const double cu = u == 0 ? M_SQRT1_2 : 1.0, cv = v == 0 ? M_SQRT1_2 : 1.0;
-            const std::size_t at = static_cast<std::size_t>(v * 8 + u);
+            const std::size_t at = v * 8 + u;
             q[at] = static_cast<int>(std::lround(0.25 * cu * cv * sum / quant[at]));
         }
     const int dc_value = q[0];

@@ -61,7 +61,8 @@ int serve(const ProgramOptions &options, const std::string &pid_path, const sigs
     const std::string line = "listening on " + agent.listening_on() + "\n";
     wrenlink::UniqueFd ready;
     if (options.detach) {
-        ready = detach(line, options.agent.verbose ? log_file_for(pid_path) : std::string(), pid_file);
+        // Always a log: a detached agent has no terminal, and its refusals of other uids must be read somewhere.
+        ready = detach(line, log_file_for(pid_path), pid_file);
     } else {
         if (pid_file && !pid_file.write(::getpid())) return 1;
         std::fputs(line.c_str(), stdout);

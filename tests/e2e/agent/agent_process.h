@@ -8,6 +8,8 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
+#include <vector>
 
 #include "support/child_process.h"
 
@@ -15,10 +17,11 @@ namespace wrenlink::e2e {
 
 class AgentProcess {
 public:
-    // Starts the agent with --port 0 ROOT and waits for its "listening on" line.
-    explicit AgentProcess(const std::filesystem::path &root);
+    // Starts the agent with --port 0 [OPTIONS] ROOT and waits for its "listening on" line.
+    explicit AgentProcess(const std::filesystem::path &root, const std::vector<std::string> &options = {});
 
     uint32_t port() const { return port_; }
+    pid_t pid() const { return process_.pid(); }
 
 private:
     support::ChildProcess process_;

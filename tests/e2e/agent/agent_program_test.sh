@@ -65,8 +65,9 @@ status=0 && wait "$fg" || status=$?
 check "SIGTERM ends the agent with status 0" test "$status" = 0
 
 # --detach: the start returns once the agent serves (the command substitution would wait for a
-# stream the agent kept), and the agent runs on in a session of its own.
-line=$(timeout 20 "${agent[@]}" --detach --port 0 --verbose "$phone")
+# stream the agent kept), and the agent runs on in a session of its own. No --verbose here: a
+# detached agent logs its refusals all the same.
+line=$(timeout 20 "${agent[@]}" --detach --port 0 "$phone")
 check "--detach prints where it listens: $line" grep -q "^listening on 127.0.0.1:[0-9]*$" <<<"$line"
 port=${line##*:}
 pid=$(cat "$work/bin/wrenlink-agent.pid")
