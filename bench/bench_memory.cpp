@@ -17,11 +17,12 @@
 #include "ratio_report.h"
 #include "raw_link.h"
 #include "reference_agent.h"
-#include "resident.h"
+#include "support/resident.h"
 
 namespace {
 
 using namespace wrenlink::bench;
+using wrenlink::support::resident_kib;
 
 // The peak resident set in KiB since the last reset_peak(), or -1 where the system does not tell.
 long peak_kib() {

@@ -31,12 +31,13 @@
 #include "contest.h"
 #include "phone_farm.h"
 #include "phones_report.h"
-#include "resident.h"
+#include "support/resident.h"
 
 namespace {
 
 using namespace wrenlink;
 using namespace wrenlink::bench;
+using wrenlink::support::resident_kib;
 
 constexpr int kPhoneCounts[] = {1, 4, 16, 32};
 constexpr int32_t kReadSize = 1 << 20;

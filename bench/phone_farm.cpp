@@ -13,6 +13,7 @@
 
 #include "Wrenlink/Wrenlink.h"
 #include "raw_link.h"
+#include "support/adb_server.h"
 
 namespace wrenlink::bench {
 
@@ -43,11 +44,8 @@ struct Environment {
     std::string scratch = make_scratch_directory();
     Environment() {
         if (scratch.empty()) return;
-        ::setenv("ANDROID_ADB_SERVER_PORT", std::to_string(free_port()).c_str(), 1);
-        ::setenv("HOME", scratch.c_str(), 1);
+        support::use_private_adb_server(free_port(), scratch);
         ::setenv("WRENLINK_BENCH_TOOL_LOG", (scratch + "/tool-runs.log").c_str(), 1);
-        ::unsetenv("ADB_SERVER_SOCKET");
-        ::unsetenv("ANDROID_SERIAL");
     }
     ~Environment() {
         std::error_code ec;
@@ -73,23 +71,6 @@ double cpu_seconds(pid_t pid) {
     unsigned long user = 0, system = 0;
     fields >> user >> system;
     return static_cast<double>(user + system) / static_cast<double>(::sysconf(_SC_CLK_TCK));
-}
-
-// The server that `start-server` left behind on the private port ("adb -L tcp:PORT fork-server ...");
-// -1 when it cannot be found.
-pid_t server_process() {
-    const std::string port = std::string("tcp:") + std::getenv("ANDROID_ADB_SERVER_PORT");
-    std::error_code ec;
-    for (const auto &entry : fs::directory_iterator("/proc", ec)) {
-        const std::string name = entry.path().filename().string();
-        if (name.find_first_not_of("0123456789") != std::string::npos) continue;
-        std::ifstream in(entry.path() / "cmdline");
-        std::string line{std::istreambuf_iterator<char>(in), {}};
-        std::replace(line.begin(), line.end(), '\0', ' ');
-        if (line.find(" fork-server") != std::string::npos && line.find(port + " ") != std::string::npos)
-            return static_cast<pid_t>(std::stol(name));
-    }
-    return -1;
 }
 
 // How many phones the server lists as attached and online.
@@ -131,7 +112,7 @@ bool PhoneFarm::start(std::size_t phones, std::string &error) {
         error = "the private adb server did not start";
         return false;
     }
-    server_ = server_process();
+    server_ = support::adb_server_pid();
     return start_phones(phones, error) && attach_phones(error) && forward_agents(error);
 }
 

@@ -5,32 +5,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <memory>
-#include <vector>
 
 namespace wrenlink::bench {
 
 namespace fs = std::filesystem;
-
-std::string make_scratch_directory() {
-    std::error_code ec;
-    const char *given = std::getenv("WRENLINK_BENCH_TMPDIR");
-    const fs::path base = given != nullptr                     ? fs::path(given)
-                          : fs::is_directory("/dev/shm", ec) ? fs::path("/dev/shm")
-                                                               : fs::temp_directory_path();
-    std::string pattern = (base / "wrenlink-bench-XXXXXX").string();
-    return ::mkdtemp(pattern.data()) != nullptr ? pattern : std::string();
-}
-
-bool write_pattern_file(const std::string &path, std::size_t size) {
-    fs::create_directories(fs::path(path).parent_path());
-    std::vector<char> bytes(size);
-    for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>((i * 2654435761u) >> 13);
-    std::ofstream out(path, std::ios::binary);
-    out.write(bytes.data(), static_cast<std::streamsize>(size));
-    return static_cast<bool>(out);
-}
 
 namespace {
 

@@ -15,6 +15,7 @@
 #include <string>
 
 #include "support/child_process.h"
+#include "support/scratch.h"
 
 namespace wrenlink::bench {
 
@@ -23,9 +24,10 @@ constexpr int64_t kFileSize = 16 << 20;
 // A fresh directory for the bench's files: under $WRENLINK_BENCH_TMPDIR when it is set
 // (scripts/bench.sh removes that whatever happens to the run), else in memory where the system
 // offers it. Empty on failure; the caller removes it.
-std::string make_scratch_directory();
-// A file of `size` bytes of a fixed pattern, with the folders on its way. False on failure.
-bool write_pattern_file(const std::string &path, std::size_t size);
+inline std::string make_scratch_directory() {
+    return support::make_scratch_directory("WRENLINK_BENCH_TMPDIR", "wrenlink-bench");
+}
+using support::write_pattern_file;
 
 // The agent serving `root` on a free loopback port; port() is 0 when it could not be started.
 class AgentProcess {

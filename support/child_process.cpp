@@ -20,14 +20,17 @@ namespace wrenlink::support {
 namespace {
 
 // In the child, between fork and exec: only async-signal-safe calls.
-[[noreturn]] void become(char *const argv[], int output, const char *stderrPath, bool endWithParent) {
+[[noreturn]] void become(char *const argv[], int output, const char *stderrPath, bool endWithParent,
+                         bool stderrToOutput) {
 #if defined(__linux__)
     if (endWithParent) ::prctl(PR_SET_PDEATHSIG, SIGTERM);
 #else
     (void)endWithParent;
 #endif
     ::dup2(output, STDOUT_FILENO);
-    if (stderrPath != nullptr) {
+    if (stderrToOutput) {
+        ::dup2(output, STDERR_FILENO);
+    } else if (stderrPath != nullptr) {
         const int err = ::open(stderrPath, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
         if (err >= 0) ::dup2(err, STDERR_FILENO);
     }
@@ -46,7 +49,7 @@ ChildProcess::ChildProcess(const std::vector<std::string> &argv, const Options &
     args.push_back(nullptr);
     const char *stderrPath = options.stderrPath.empty() ? nullptr : options.stderrPath.c_str();
     pid_ = ::fork();
-    if (pid_ == 0) become(args.data(), writeEnd.get(), stderrPath, options.endWithParent);
+    if (pid_ == 0) become(args.data(), writeEnd.get(), stderrPath, options.endWithParent, options.stderrToOutput);
     if (pid_ > 0) output_ = std::move(readEnd);
 }
 
@@ -82,6 +85,32 @@ std::string ChildProcess::read_line(std::chrono::milliseconds deadline) {
     std::string line = pending_.substr(0, eol);
     pending_.erase(0, eol + 1);
     return line;
+}
+
+bool ChildProcess::read_all(std::string &text, std::chrono::milliseconds deadline) {
+    using Clock = std::chrono::steady_clock;
+    const auto end = Clock::now() + deadline;
+    text = std::move(pending_);
+    pending_.clear();
+    while (output_) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
+        pollfd fd{output_.get(), POLLIN, 0};
+        if (left <= 0) return false;
+        if (::poll(&fd, 1, static_cast<int>(left)) <= 0) continue;
+        char buffer[4096];
+        const ssize_t n = ::read(output_.get(), buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        text.append(buffer, static_cast<std::size_t>(n));
+    }
+    return true;
+}
+
+bool ChildProcess::ended(int &status) {
+    if (pid_ <= 0 || ::waitpid(pid_, &status, WNOHANG) != pid_) return false;
+    pid_ = -1;
+    output_.reset();
+    return true;
 }
 
 int ChildProcess::stop(int signal, std::chrono::milliseconds grace) {

@@ -19,6 +19,7 @@ public:
     struct Options {
         std::string stderrPath = "/dev/null";  // truncated and written; empty: the caller's stderr
         bool endWithParent = false;            // Linux: SIGTERM when the starting thread's process dies
+        bool stderrToOutput = false;           // standard error joins standard output on the pipe
     };
 
     ChildProcess() = default;
@@ -34,8 +35,13 @@ public:
     // The next line it printed, without its line end; empty when none came within `deadline` or
     // the program closed its output.
     std::string read_line(std::chrono::milliseconds deadline = std::chrono::seconds(20));
-    // Sends `signal` and waits for the end, at most `grace` (then the program is killed): its exit
-    // status, or -1 when it died by a signal, had to be killed or was not running.
+    // What it prints until it closes its output, at most `deadline` long; false when the deadline
+    // came first.
+    bool read_all(std::string &text, std::chrono::milliseconds deadline);
+    // Whether it has ended (it is then reaped, and `status` holds its wait status); never waits.
+    bool ended(int &status);
+    // Sends `signal` (0 sends none) and waits for the end, at most `grace` (then the program is
+    // killed): its exit status, or -1 when it died by a signal, had to be killed or was not running.
     int stop(int signal, std::chrono::milliseconds grace = std::chrono::seconds(10));
     void stop();
 
