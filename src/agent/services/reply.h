@@ -10,7 +10,7 @@
 #include "Wrenlink/Wrenlink.h"
 #include "agent/link/connection.h"
 #include "base/malloc_block.h"
-#include "base/wire.h"
+#include "base/packet.h"
 
 namespace wrenlink::agent {
 

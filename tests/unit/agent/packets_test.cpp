@@ -7,7 +7,7 @@
 
 #include "base/crc.h"
 #include "agent/wire/packets.h"
-#include "base/wire.h"
+#include "base/packet.h"
 #include "doubles/scripted_agent.h"
 
 using wrenlink::test::bytes;
