@@ -85,6 +85,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::size_t ops = data[0] % 4 + 1u;
     if (size < 1 + ops) return 0;
     wrenlink::fuzz::SocketPeer peer(data + 1 + ops, size - 1 - ops);
+    if (!peer.whole()) return 0;
     for (std::size_t i = 0; i < ops; ++i) {
         run(data[1 + i], peer.conn());
         check(peer.lock_is_free());

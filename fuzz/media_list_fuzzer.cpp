@@ -31,6 +31,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const auto reference = wrenlink::test::count_media_items(payload);
 
     const wrenlink::fuzz::SocketPeer peer(reinterpret_cast<const uint8_t *>(payload.data()), payload.size());
+    if (!peer.whole()) return 0;
     __MediaBean head{};
     AgentStatus status = 0xBAD;
     const uint32_t items =

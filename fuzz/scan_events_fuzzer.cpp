@@ -25,6 +25,7 @@ void on_progress(int64_t, int64_t, uint64_t user) { count(user); }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     wrenlink::fuzz::SocketPeer peer(data, size);
+    if (!peer.whole()) return 0;
     std::size_t calls = 0;
     wrenlink::agent::ScanArgs args{nullptr, peer.conn(), on_item, on_code, on_progress, reinterpret_cast<uint64_t>(&calls)};
     wrenlink::agent::follow_scan_events(&args);

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Makes the README's two pictures of the desktop browser again:
+# Makes the two pictures of the desktop browser (its README's, in docs/) again:
 #   docs/browser-images.png  the images tab with its thumbnails drawn
 #   docs/browser-scan.png    a scan under way
 # It builds and installs everything as the demo command does (it runs scripts/demo.sh, as root

@@ -33,6 +33,8 @@ int32_t start_activity(const char *serial, const char *component) {
 int32_t force_stop_app(const char *serial, const char *packageName) {
     if (serial == nullptr || packageName == nullptr) return 0;
     ToolOutput out;
+    // Kept: the double blank, as the line has always been formed; the tool's arguments and the
+    // phone's shell take two blanks as one.
     shell_text(serial, format_command("am force-stop  %s", packageName), out.bytes);
     return 0;
 }

@@ -33,6 +33,11 @@ int32_t transfer_unjudged(const char *serial, const char *from, const char *to,
 
 }  // namespace
 
+// Kept in the lines below as callers' phones have always got them: the double blanks (the
+// tokeniser and the phone's shell take two as one, but a shell that echoes its input puts them in
+// the text a caller gets back, and push prints its line), the lines of rename and the removals
+// with no line end, and "rmdir -r", which a phone's rmdir may refuse as an unknown option: the
+// outcome is read from what these very lines make the phone print.
 int32_t rename_file(const char *serial, const char *oldPath, const char *newPath) {
     if (serial == nullptr || oldPath == nullptr || newPath == nullptr) return kNothingRun;
     return judge_root_line(format_command("mv  \"%s\"  \"%s\"", oldPath, newPath), kRemovalVerdicts);
@@ -64,7 +69,7 @@ int32_t push_file(const char *serial, const char *localPath, const char *phonePa
     if (serial == nullptr || localPath == nullptr || phonePath == nullptr) return kNothingRun;
     const Line line = tool_line(serial, "push  \"%s\"  \"%s\"", localPath, phonePath);
     if (!line) return kNothingRun;
-    std::printf("AdbPushFile:%s\n", line->c_str());
+    std::printf("AdbPushFile:%s\n", line->c_str());  // kept: callers' logs have always shown it
     ToolOutput out;
     return classify_failure_text(tool_text(line, out), kPushVerdicts);
 }
@@ -80,7 +85,7 @@ int32_t pull_file(const char *serial, const char *phonePath, const char *localPa
     const char *copy = temporary->c_str();
     const Line dd = format_command("dd  if=%s of=%s\r\n", phonePath, copy);
     const Line chmod = format_command("chmod 777 %s\r\n", copy);
-    const Line pull = tool_line(serial, "pull  \"%s\"  \"%s\"", copy, localPath);
+    const Line pull = tool_line(serial, "pull  \"%s\"  \"%s\"", copy, localPath);  // kept: double blanks, as above
     const Line rm = format_command("rm %s\r\n", copy);
     // Every line is formed before the first runs, so a path too long leaves no copy behind.
     if (!dd || !chmod || !pull || !rm) return kNothingRun;

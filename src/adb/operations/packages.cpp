@@ -49,6 +49,8 @@ int32_t install_package(const char *serial, const char *packagePath) {
 
 int32_t uninstall_package(const char *serial, const char *packageName) {
     if (serial == nullptr || packageName == nullptr) return kNothingRun;
+    // Kept: the double blank, as the line has always been formed; the tokeniser takes two blanks as
+    // one, so the tool's arguments are the same either way.
     return judge_package_run(tool_line(serial, "uninstall  \"%s\"", packageName));
 }
 

@@ -116,7 +116,7 @@ int32_t refresh_phone(PhoneInfo *phone) {
             phone->authorized = 0;
             continue;
         }
-        std::puts("检测授权成功");
+        std::puts("检测授权成功");  // "authorised": kept, in its own words, for callers' logs
         phone->authorized = 1;
         read_properties(serial, *phone);
     }

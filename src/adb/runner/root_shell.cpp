@@ -100,7 +100,7 @@ void run_root_shell(const char *commandLine, char *output) {
     const UniqueFd feedKept(feed ? ::fcntl(feed->read.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1) : -1);
     if (!reply || !feed || !feedKept) {
         // No pipe, no shell: the caller gets the empty text.
-        std::printf("pipe faile:%d ", errno);
+        std::printf("pipe faile:%d ", errno);  // kept as callers' logs have always shown it
         output[0] = '\0';
         return;
     }
@@ -121,12 +121,14 @@ void run_root_shell(const char *commandLine, char *output) {
     ShellOutput text(shell);
     read_phase(text, output);
     if (std::strchr(output, '#') == nullptr) {
-        (void)io::write_all(shell.stdin_fd(), "su\r\n", sizeof "su\r\n");  // with its terminator: 5 bytes
-        pauses::wait_whole(pauses::shell_answer());
+        // Kept: 5 bytes, the terminator with them, as the phones of callers have always been sent;
+        // the NUL reaches the shell ahead of the caller's line.
+        (void)io::write_all(shell.stdin_fd(), "su\r\n", sizeof "su\r\n");
+        pauses::wait_whole(pauses::shell_answer());  // su's answer
         read_phase(text, output);  // whether su worked is not looked at
     }
     (void)io::write_all(shell.stdin_fd(), commandLine, std::strlen(commandLine));
-    pauses::wait_whole(pauses::shell_answer());
+    pauses::wait_whole(pauses::shell_answer());  // the line's answer
     read_phase(text, output);
     shell.kill_and_reap();  // whatever the shell is still doing
 }

@@ -21,6 +21,7 @@ std::string adb_path_for_executable(std::string executable) {
 
 std::string GetAdbPath() {
     const std::string executable = wrenlink::platform::executable_path();
+    // Kept, in these words and with no line end: the line callers' logs have always shown.
     if (executable.empty()) std::printf("_NSGetExecutablePath fail.....");
     return wrenlink::adb::adb_path_for_executable(executable);
 }

@@ -61,7 +61,7 @@ bool ocCommand::tool_is_ready(const std::string &path) {
     const mode_t mode = ::stat(path.c_str(), &info) == 0 ? (info.st_mode | 0111) : 0777;
     ::chmod(path.c_str(), mode & 07777);
     if (::access(path.c_str(), X_OK) == 0) return true;
-    log_line("File " + path + " is not excutable!");
+    log_line("File " + path + " is not excutable!");  // kept, misspelt, as callers' logs show it
     return false;
 }
 

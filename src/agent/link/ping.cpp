@@ -8,6 +8,9 @@
 
 namespace wrenlink::agent {
 
+// Kept: the answer compared as raw bytes, 00 00 00 01 (not the little-endian 1 of the rest of the
+// protocol), and the results -2, -3 and -4 with no -1: agents send these bytes, callers test these
+// values.
 int32_t ping(NetConnection *conn) {
     static const unsigned char kPong[4] = {0x00, 0x00, 0x00, 0x01};
     ReplyReader reader(conn);

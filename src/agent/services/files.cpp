@@ -15,7 +15,8 @@ using wire::PacketHeader;
 
 namespace {
 
-// Printed when the first send of a write comes back short ("the buffer can't hold it").
+// Printed when the first send of a write comes back short ("the buffer can't hold it"). Kept, in
+// its own words, for the callers' logs that have always shown it; the write goes on regardless.
 constexpr const char *kWriteShortLine = "\xe7\xbc\x93\xe5\x86\xb2\xe5\x8c\xba\xe6\x94\xbe\xe4\xb8\x8d\xe4\xb8\x8b\xe5\x95\xa6";
 
 }  // namespace

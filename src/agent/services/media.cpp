@@ -41,7 +41,8 @@ AgentStatus list_media(NetConnection *conn, MediaKind kind, __MediaBean *head, u
     ReplyReader reader(conn);
     wire::PacketHeader reply;
     if (const AgentStatus r = control_request(reader, requests(kind).list(), reply, SendErrorRule::Untouched)) return r;
-    // A refusal's payload, if any, stays in the stream.
+    // A refusal's payload, if any, stays in the stream. Kept: agents send none, and reading it
+    // would change what a caller's next request gets from one that does.
     if (reply.status != 0) return reply.status;
     AgentStatus parsed = 0;
     const uint32_t items = receive_media_list(reader, head, &parsed);

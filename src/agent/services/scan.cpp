@@ -13,7 +13,8 @@ namespace wrenlink::agent {
 
 namespace {
 
-// The code that tells the caller the event stream broke before the scan had finished.
+// The code that tells the caller the event stream broke before the scan had finished. Kept at 22
+// (EINVAL), which callers test for; an agent's own code 22 reads the same.
 constexpr uint32_t kStreamBroken = 22;
 
 class Callbacks {
@@ -74,7 +75,8 @@ public:
     bool act(const wire::PacketHeader &event, ReplyReader &stream, const Callbacks &tell) {
         switch (event.opcode) {
         case wire::op::kEventProgress: {
-            const unsigned char *payload = stream.peek(16);  // always 16 bytes, whatever `length` says
+            // Kept: always 16 bytes, whatever `length` says, as agents that serve callers send them.
+            const unsigned char *payload = stream.peek(16);
             if (payload == nullptr) return false;
             done_ = static_cast<int64_t>(wire::load_u64(payload));
             total_ = static_cast<int64_t>(wire::load_u64(payload + 8));
@@ -94,7 +96,8 @@ public:
             tell.item(item_.text());
             return true;
         default:
-            // Not skipped: its payload, if any, is read as the next header. Agents send none.
+            // Not skipped: its payload, if any, is read as the next header. Agents send none. Kept:
+            // skipping would change the events a caller gets from a stream that sends one.
             return true;
         }
     }

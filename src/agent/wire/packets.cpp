@@ -46,12 +46,15 @@ std::string make_list_video_packet() { return packet(op::kListVideo, {}, Crc::Ze
 std::string make_add_video_packet(const char *text) { return packet(op::kAddVideo, text_of(text), Crc::Zero); }
 std::string make_del_video_packet(const char *text) { return packet(op::kDelVideo, text_of(text), Crc::Zero); }
 
+// Kept: the text that callers pass to NDDStartScan reaches nothing; the request has no payload.
 std::string make_start_scan_packet(const char * /*unused: the request carries no payload*/) {
     return packet(op::kStartScan, {}, Crc::Zero);
 }
 std::string make_stop_scan_packet() { return packet(op::kStopScan, {}, Crc::Zero); }
 std::string make_resume_scan_packet() { return packet(op::kResumeScan, {}, Crc::Zero); }
 std::string make_pause_scan_packet() { return packet(op::kPauseScan, {}, Crc::Zero); }
+// Kept: erase sends its text with the NUL but without a CRC, unlike the file family, and the
+// catalogue's texts above go with neither; agents that serve callers read them so.
 std::string make_erase_file_packet(const char *text) {
     return packet(op::kEraseFile, text_with_nul(text), Crc::Zero);
 }
@@ -79,7 +82,8 @@ std::string make_file_seek_packet(uint32_t remoteId, int64_t offset, int32_t whe
     return packet(op::kFileSeek, file_block(remoteId, offset, whence), Crc::OverPayload);
 }
 
-// Delete is the one path request without the terminator.
+// Delete is the one path request without the terminator. Kept: agents read its path as `length`
+// bytes, and a NUL among them would name another file.
 std::string make_file_delete_packet(const char *path) { return packet(op::kFileDelete, text_of(path), Crc::OverPayload); }
 std::string make_file_mkdir_packet(const char *path) { return packet(op::kFileMkdir, text_with_nul(path), Crc::OverPayload); }
 std::string make_file_acc_packet(const char *path) { return packet(op::kFileAccess, text_with_nul(path), Crc::OverPayload); }

@@ -24,14 +24,14 @@ __MediaBean *const kUntouched = reinterpret_cast<__MediaBean *>(0x1);
 
 }  // namespace
 
-TEST(Media, WorkedPacketsAndAList) {
+// The bytes of each request are in docs/protocol.md.
+TEST(Media, AListAnAddAndAnEmptyList) {
     ScriptedAgent agent;
     agent.add(Script()
-                  .expect(bytes("fc 9c cf f0 00 00 00 00 68 00 00 00 00 00 00 00 00 00 00 00"))
+                  .expect_request(104)
                   .send(reply(0, media_item(0xA1B2C3D4u, "a.jpg", 1ull << 40, "/p", ~0ull, "") +
                                  media_item(4, "", 5, "", 6, "z")))
-                  .expect(bytes("fc 9c cf f0 03 00 00 00 69 00 00 00 00 00 00 00 00 00 00 00 61 62 63"))
-                  .send(reply(5)).expect_request(101).send(reply(0)));
+                  .expect_request(105).send(reply(5)).expect_request(101).send(reply(0)));
     NetConnection *conn = NetConnectionOpen("127.0.0.1", agent.port());
     __MediaBean head{};
     uint32_t count = 0;
