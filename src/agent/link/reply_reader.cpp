@@ -12,9 +12,10 @@ int32_t ReplyReader::send(const void *data, int32_t length, int32_t flags) {
     return send_all(conn_, data, length, flags);
 }
 
-void ReplyReader::skip(std::size_t n) noexcept {
-    begin_ += n;
-    left_ -= std::min<uint64_t>(left_, n);
+ReplyReader::ReplyReader(NetConnection *conn, Reach reach) noexcept : conn_(conn), reach_(reach) {
+    if (reach != Reach::Ahead) return;
+    heap_.reset(new (std::nothrow) unsigned char[kAheadWindow]);
+    if (heap_) capacity_ = kAheadWindow;
 }
 
 bool ReplyReader::grow(std::size_t n) {
@@ -56,16 +57,6 @@ ReplyReader::Fill ReplyReader::fill(std::size_t n) {
         }
     }
     return Fill::Done;
-}
-
-Took ReplyReader::take_header(wire::PacketHeader &header) {
-    if (reach_ == Reach::ThisReply) left_ = wire::kHeaderSize;
-    const unsigned char *raw = peek(wire::kHeaderSize);
-    if (raw == nullptr) return Took::Broken;
-    const bool magic = wire::read_header(raw, header);
-    skip(wire::kHeaderSize);
-    left_ = header.length;
-    return magic ? Took::Whole : Took::BadMagic;
 }
 
 Took ReplyReader::take_unframed(void *to, std::size_t n) {
