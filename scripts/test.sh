@@ -6,13 +6,13 @@
 #     (cross compilers, qemu-user-static) cannot be had;
 #   - the development preset (AddressSanitizer + UndefinedBehaviorSanitizer): build, ctest;
 #   - the concurrency tests under ThreadSanitizer (tsan preset): build, ctest;
-#   - every other build that README.md gives: the release preset (the benchmarks, tools and
-#     examples; warnings as errors) and the demo against its installed library (scripts/demo.sh);
-#     the Python module against the release build (scripts/test-python.sh); the packagers' lib
-#     preset, shared and static, each
-#     installed and linked into C programs; the fuzz preset (the library and the fuzzers, built by clang); and
-#     an application that adds the source tree with add_subdirectory while the test frameworks
-#     cannot be found.
+#   - every other build that README.md and the documents it points to give: the release preset
+#     (the benchmarks, tools and examples; warnings as errors) and the demo against its installed
+#     library (scripts/demo.sh); the Python module against the release build
+#     (scripts/test-python.sh); the packagers' lib preset, shared and static, each installed and
+#     linked into C programs; the Debian packages (scripts/package.sh), installed, used and purged;
+#     the fuzz preset (the library and the fuzzers, built by clang); and an application that adds
+#     the source tree with add_subdirectory while the test frameworks cannot be found.
 # Qt 6 (qt6-base-dev, and a font for its offscreen screenshots) is there for the desktop browser
 # and its gui tests.
 # Arguments go to the first ctest.
