@@ -74,7 +74,7 @@ private:
 
 long raw_list(int fd, __MediaBean &head, std::vector<unsigned char> &payload) {
     wire::PacketHeader reply;
-    if (!send_all(fd, packet(wire::op::kListImage, {})) || !recv_header(fd, reply) || reply.status != 0) return -1;
+    if (!send_all(fd, wire::packet(wire::op::kListImage, {}, wire::Crc::Zero)) || !recv_header(fd, reply) || reply.status != 0) return -1;
     payload.resize(reply.length);
     if (!recv_exact(fd, payload.data(), payload.size())) return -1;
     return RawList(payload.data(), payload.size()).parse(head);

@@ -132,13 +132,13 @@ void serve_hostile_read(int listener) {
     payload.resize(h.length);
     const std::string id = std::string("\x07\0\0\0", 4);
     if (!recv_exact(fd.get(), payload.data(), payload.size()) ||
-        !send_all(fd.get(), packet(wrenlink::wire::op::kFileOpen, id, packet_crc(id.data(), id.size())))) {
+        !send_all(fd.get(), wrenlink::wire::packet(wrenlink::wire::op::kFileOpen, id, wrenlink::wire::Crc::OverPayload))) {
         return;
     }
     unsigned char request[kFileRequestSize];
     if (!recv_exact(fd.get(), request, sizeof request)) return;
     unsigned char claim[wrenlink::wire::kHeaderSize];
-    wrenlink::wire::encode_header({wrenlink::wire::kMagic, 0x7FFFFFFF, wrenlink::wire::op::kFileRead, 0, 0}, claim);
+    wrenlink::wire::put_header(claim, wrenlink::wire::op::kFileRead, 0x7FFFFFFF);
     if (!send_all(fd.get(), claim, sizeof claim)) return;
     static const char zeros[64 * 1024] = {};
     for (long sent = 0; sent < 512L * 1024 * 1024 && send_all(fd.get(), zeros, sizeof zeros); sent += sizeof zeros) {

@@ -52,8 +52,9 @@ public:
         const uint64_t userValue = reinterpret_cast<uint64_t>(&tally);
         int64_t done = 0, total = 1;
         while (fill(wire::kHeaderSize)) {
-            const uint32_t length = wire::load_u32(buffer_.get() + begin_ + 4);
-            const uint32_t opcode = wire::load_u32(buffer_.get() + begin_ + 8);
+            const wire::PacketHeader header = wire::decode_header(buffer_.get() + begin_);
+            const uint32_t length = header.length;
+            const uint32_t opcode = header.opcode;
             uint32_t payload = 0;  // what the event takes from the stream after its header
             if (opcode == wire::op::kEventFoundItem) payload = length;
             if (opcode == wire::op::kEventProgress) payload = 16;  // whatever `length` says
@@ -112,7 +113,7 @@ bool library_scan(NetConnection *conn, Tally &tally) {
 
 bool raw_scan(int control, Tally &tally) {
     wire::PacketHeader reply;
-    if (!send_all(control, packet(wire::op::kStartScan, {})) || !recv_header(control, reply) ||
+    if (!send_all(control, wire::packet(wire::op::kStartScan, {}, wire::Crc::Zero)) || !recv_header(control, reply) ||
         reply.status != 0) {
         return false;
     }

@@ -12,12 +12,6 @@ namespace wrenlink::bench {
 
 namespace {
 
-void append_header(std::string &out, uint32_t opcode, uint32_t length) {
-    unsigned char raw[wire::kHeaderSize];
-    wire::encode_header({wire::kMagic, length, opcode, 0, 0}, raw);
-    out.append(reinterpret_cast<const char *>(raw), sizeof raw);
-}
-
 void append_text(std::string &out, const std::string &text) {
     out += text;
     out += '\0';
@@ -35,7 +29,7 @@ std::string media_list_reply() {
         wire::append_u64(items, 1718006400u + i);
         append_text(items, "image/jpeg");
     }
-    return packet(wire::op::kListImage, items);
+    return wire::packet(wire::op::kListImage, items, wire::Crc::Zero);
 }
 
 std::string scan_events() {
@@ -43,15 +37,15 @@ std::string scan_events() {
     out.reserve(static_cast<std::size_t>(CannedAgent::kScanItems) * (wire::kHeaderSize + CannedAgent::kItemText) +
                 (CannedAgent::kScanItems / CannedAgent::kProgressEvery + 1) * (wire::kHeaderSize + 16));
     for (uint32_t i = 0; i < CannedAgent::kScanItems; ++i) {
-        append_header(out, wire::op::kEventFoundItem, CannedAgent::kItemText);
+        out += wire::packet_header(wire::op::kEventFoundItem, CannedAgent::kItemText);
         append_text(out, CannedAgent::item_text(i));
         if ((i + 1) % CannedAgent::kProgressEvery == 0) {
-            append_header(out, wire::op::kEventProgress, 16);
+            out += wire::packet_header(wire::op::kEventProgress, 16);
             wire::append_u64(out, i + 1);
             wire::append_u64(out, CannedAgent::kScanItems);
         }
     }
-    append_header(out, wire::op::kEventCode, 4);
+    out += wire::packet_header(wire::op::kEventCode, 4);
     wire::append_u32(out, 0);
     return out;
 }
@@ -113,11 +107,11 @@ void CannedAgent::serve_connection(int fd) {
         if (request.opcode == wire::op::kListImage) {
             if (!send_all(fd, listReply_)) return;
         } else if (request.opcode == wire::op::kStartScan) {
-            if (!send_all(fd, packet(request.opcode, {}))) return;
+            if (!send_all(fd, wire::packet(request.opcode, {}, wire::Crc::Zero))) return;
             const UniqueFd events = accept_one(events_.get());
             char greeting[4];
             if (events && recv_exact(events.get(), greeting, sizeof greeting)) (void)send_all(events.get(), eventStream_);
-        } else if (!send_all(fd, packet(request.opcode, {}, 0, ENOSYS))) {
+        } else if (!send_all(fd, wire::packet(request.opcode, {}, wire::Crc::Zero, ENOSYS))) {
             return;
         }
     }

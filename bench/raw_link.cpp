@@ -100,26 +100,9 @@ bool recv_exact(int fd, void *to, std::size_t n) {
     return true;
 }
 
-uint32_t packet_crc(const void *data, std::size_t n) {
-    const auto *p = static_cast<const unsigned char *>(data);
-    uint32_t c = 0;
-    for (std::size_t i = 0; i < n; ++i) {
-        c ^= p[i];
-        for (int bit = 0; bit < 8; ++bit) c = (c >> 1) ^ (0xEDB88320u & (0u - (c & 1u)));
-    }
-    return c;
-}
-
-std::string packet(uint32_t opcode, std::string_view payload, uint32_t crc, uint32_t status) {
-    std::string out(wire::kHeaderSize, '\0');
-    wire::encode_header({wire::kMagic, static_cast<uint32_t>(payload.size()), opcode, crc, status}, out.data());
-    out.append(payload);
-    return out;
-}
-
 void file_request(unsigned char (&out)[kFileRequestSize], uint32_t opcode, uint32_t length, uint32_t id,
                   int64_t offset, int32_t count) {
-    wire::encode_header({wire::kMagic, length, opcode, 0, 0}, out);
+    wire::put_header(out, opcode, length);
     wire::store_u32(out + 20, id);
     wire::store_u64(out + 24, static_cast<uint64_t>(offset));
     wire::store_u32(out + 32, static_cast<uint32_t>(count));
@@ -128,8 +111,7 @@ void file_request(unsigned char (&out)[kFileRequestSize], uint32_t opcode, uint3
 bool recv_header(int fd, wire::PacketHeader &header) {
     unsigned char raw[wire::kHeaderSize];
     if (!recv_exact(fd, raw, sizeof raw)) return false;
-    header = wire::decode_header(raw);
-    return header.magic == wire::kMagic;
+    return wire::read_header(raw, header);
 }
 
 uint32_t raw_open(int fd, const std::string &path, const std::string &mode) {
@@ -138,7 +120,7 @@ uint32_t raw_open(int fd, const std::string &path, const std::string &mode) {
     payload += mode;
     payload += '\0';
     wire::PacketHeader reply;
-    if (!send_all(fd, packet(wire::op::kFileOpen, payload, packet_crc(payload.data(), payload.size()))) ||
+    if (!send_all(fd, wire::packet(wire::op::kFileOpen, payload, wire::Crc::OverPayload)) ||
         !recv_header(fd, reply) || reply.status != 0 || reply.length != 4) {
         return 0;
     }

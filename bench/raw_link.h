@@ -1,6 +1,7 @@
-// What the raw baselines and the bench's own servers speak with: plain loopback sockets, exact
-// transfers, and the packet frame built by hand (through the library's little-endian codec, so that
-// a raw client parses headers exactly as the library does).
+// What the raw baselines and the bench's own servers speak with: plain loopback sockets and exact
+// transfers. Packets go through the library's codec (base/packet.h), so that a raw client frames
+// and parses them exactly as the library does; what it measures is a hand-written client's own
+// loops.
 #pragma once
 
 #include <cstddef>
@@ -8,8 +9,8 @@
 #include <string>
 #include <string_view>
 
+#include "base/packet.h"
 #include "base/unique_fd.h"
-#include "base/wire.h"
 
 namespace wrenlink::bench {
 
@@ -26,11 +27,6 @@ UniqueFd accept_one(int listener);
 bool send_all(int fd, const void *data, std::size_t n, bool more = false);
 inline bool send_all(int fd, std::string_view bytes) { return send_all(fd, bytes.data(), bytes.size()); }
 bool recv_exact(int fd, void *to, std::size_t n);
-
-// The packet CRC: reflected CRC-32, polynomial 0xEDB88320, from 0, with no inversion.
-uint32_t packet_crc(const void *data, std::size_t n);
-// A whole packet: the header (length = payload size) and the payload.
-std::string packet(uint32_t opcode, std::string_view payload, uint32_t crc = 0, uint32_t status = 0);
 
 // The 36 bytes of a read or write request: header with `length`, then id, offset and count.
 constexpr std::size_t kFileRequestSize = wire::kHeaderSize + 16;

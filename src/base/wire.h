@@ -1,4 +1,4 @@
-// Little-endian load/store and the agent packet header.
+// Little-endian load/store and the opcodes of the agent protocol (the packet itself: packet.h).
 //
 // Every integer of the agent protocol is little-endian, in headers and payloads alike. Nothing here
 // copies a host struct onto the wire: each field is stored and loaded byte by byte, so the code is
@@ -47,32 +47,6 @@ inline void append_u64(std::string &out, uint64_t v) {
     char b[8];
     store_u64(b, v);
     out.append(b, sizeof b);
-}
-
-constexpr uint32_t kMagic = 0xF0CF9CFCu;
-constexpr std::size_t kHeaderSize = 20;
-
-// The 20-byte header of every agent packet: five little-endian u32 fields in this order.
-struct PacketHeader {
-    uint32_t magic = 0;
-    uint32_t length = 0;
-    uint32_t opcode = 0;
-    uint32_t crc = 0;
-    uint32_t status = 0;
-};
-
-inline void encode_header(const PacketHeader &h, void *to) noexcept {
-    auto *p = static_cast<unsigned char *>(to);
-    store_u32(p + 0, h.magic);
-    store_u32(p + 4, h.length);
-    store_u32(p + 8, h.opcode);
-    store_u32(p + 12, h.crc);
-    store_u32(p + 16, h.status);
-}
-
-inline PacketHeader decode_header(const void *from) noexcept {
-    const auto *p = static_cast<const unsigned char *>(from);
-    return PacketHeader{load_u32(p + 0), load_u32(p + 4), load_u32(p + 8), load_u32(p + 12), load_u32(p + 16)};
 }
 
 // Opcodes of the protocol. Access, read directory and close directory have no number of their own

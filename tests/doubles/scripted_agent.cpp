@@ -21,16 +21,6 @@ namespace wrenlink::test {
 
 namespace {
 
-// Bitwise, on purpose: an implementation of its own, not the library's table.
-uint32_t crc_of(const std::string &s) {
-    uint32_t c = 0;
-    for (unsigned char b : s) {
-        c ^= b;
-        for (int k = 0; k < 8; ++k) c = (c & 1u) ? (c >> 1) ^ 0xEDB88320u : c >> 1;
-    }
-    return c;
-}
-
 // Exactly n bytes into `into` (what came before the peer closed, when less).
 bool read_exact(int fd, std::string &into, std::size_t n) {
     into.resize(n);
@@ -77,15 +67,17 @@ std::string le64(uint64_t v) {
 }
 
 std::string header(uint32_t magic, uint32_t length, uint32_t opcode, uint32_t crc, uint32_t status) {
-    return le32(magic) + le32(length) + le32(opcode) + le32(crc) + le32(status);
+    return wire::packet_as_given({magic, length, opcode, crc, status});
 }
 
 std::string reply(uint32_t status, const std::string &payload, std::optional<uint32_t> crc) {
-    return header(wire::kMagic, static_cast<uint32_t>(payload.size()), 0, crc.value_or(crc_of(payload)), status) + payload;
+    if (!crc) return wire::packet(0, payload, wire::Crc::OverPayload, status);
+    return wire::packet_as_given({wire::kMagic, static_cast<uint32_t>(payload.size()), 0, *crc, status}, payload);
 }
 
 std::string event(uint32_t opcode, const std::string &payload, std::optional<uint32_t> length) {
-    return header(wire::kMagic, length.value_or(static_cast<uint32_t>(payload.size())), opcode, 0, 0) + payload;
+    return wire::packet_as_given({wire::kMagic, length.value_or(static_cast<uint32_t>(payload.size())), opcode, 0, 0},
+                                 payload);
 }
 
 // ---------------------------------------------------------------------------------------------

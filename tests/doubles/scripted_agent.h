@@ -22,7 +22,7 @@
 #include <thread>
 #include <vector>
 
-#include "base/wire.h"
+#include "base/packet.h"
 
 namespace wrenlink::test {
 
@@ -31,11 +31,13 @@ std::string bytes(const std::string &hex);
 // Bytes -> "fc 9c cf f0", for messages.
 std::string hex(const std::string &bytes);
 
+// The packets go through the library's codec (base/packet.h).
 // A reply header with the right magic, then the payload. By default `crc` is the payload's CRC.
 std::string reply(uint32_t status, const std::string &payload = {}, std::optional<uint32_t> crc = std::nullopt);
 // A raw header with every field given, for malformed replies.
 std::string header(uint32_t magic, uint32_t length, uint32_t opcode, uint32_t crc, uint32_t status);
-// A scan event: header with `opcode` and `length` = payload size (unless given), then the payload.
+// A scan event: header with `opcode`, `length` = payload size (unless given) and CRC 0, then the
+// payload.
 std::string event(uint32_t opcode, const std::string &payload, std::optional<uint32_t> length = std::nullopt);
 std::string le32(uint32_t v);
 std::string le64(uint64_t v);

@@ -7,7 +7,6 @@
 
 #include <cerrno>
 
-#include "base/crc.h"
 #include "base/io.h"
 #include "base/platform.h"
 
@@ -56,19 +55,6 @@ bool read_exact(int fd, void *buffer, std::size_t n) { return io::receive_exact(
 
 bool send_all(int fd, const void *data, std::size_t n) { return io::send_all(fd, data, n).whole(); }
 
-std::string packet(uint32_t opcode, uint32_t status, std::string_view payload, Crc crc) {
-    wire::PacketHeader h;
-    h.magic = wire::kMagic;
-    h.length = static_cast<uint32_t>(payload.size());
-    h.opcode = opcode;
-    h.crc = crc == Crc::Payload ? get_crc32(payload.data(), h.length, 0) : 0;
-    h.status = status;
-    std::string out(wire::kHeaderSize, '\0');
-    wire::encode_header(h, out.data());
-    out.append(payload);
-    return out;
-}
-
 void put_u32(std::string &out, uint32_t v) { wire::append_u32(out, v); }
 void put_u64(std::string &out, uint64_t v) { wire::append_u64(out, v); }
 
@@ -81,19 +67,19 @@ std::string progress_event(int64_t done, int64_t total) {
     std::string payload;
     put_u64(payload, static_cast<uint64_t>(done));
     put_u64(payload, static_cast<uint64_t>(total));
-    return packet(wire::op::kEventProgress, 0, payload);
+    return wire::packet(wire::op::kEventProgress, payload, Crc::OverPayload);
 }
 
 std::string code_event(uint32_t code) {
     std::string payload;
     put_u32(payload, code);
-    return packet(wire::op::kEventCode, 0, payload);
+    return wire::packet(wire::op::kEventCode, payload, Crc::OverPayload);
 }
 
 std::string found_item_event(std::string_view text) {
     std::string payload;
     put_text(payload, text);
-    return packet(wire::op::kEventFoundItem, 0, payload);
+    return wire::packet(wire::op::kEventFoundItem, payload, Crc::OverPayload);
 }
 
 }  // namespace wrenlink::reference_agent

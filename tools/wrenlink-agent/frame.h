@@ -1,5 +1,5 @@
-// Socket transfers and the packets the agent sends: replies on a control connection and events on
-// the event connection. Every integer goes out little-endian through the codec of the library.
+// Socket transfers and the payloads the agent sends: replies on a control connection and events on
+// the event connection. The packets themselves go through the library's codec (base/packet.h).
 #pragma once
 
 #include <cstddef>
@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "base/packet.h"
 #include "base/unique_fd.h"
-#include "base/wire.h"
 
 namespace wrenlink::reference_agent {
 
@@ -28,12 +28,9 @@ UniqueFd accept_connection(int listener);
 // Sends what it can without blocking; the count sent, 0 when the socket is full, -1 on failure.
 long send_some(int fd, const void *data, std::size_t n);
 
-// Whether the payload's CRC goes in the header. Read replies leave it 0: the library never checks
-// it there, and it would cost a pass over every byte served.
-enum class Crc { Payload, Zero };
-
-// A header with the right magic, `length` = payload size, then the payload.
-std::string packet(uint32_t opcode, uint32_t status, std::string_view payload, Crc crc = Crc::Payload);
+// Read replies leave the header's CRC 0 (wire::Crc::Zero): the library never checks it there, and
+// it would cost a pass over every byte served. Every other reply carries it.
+using wire::Crc;
 
 // Payload helpers.
 void put_u32(std::string &out, uint32_t v);

@@ -10,7 +10,6 @@
 #include <climits>
 #include <optional>
 
-#include "base/crc.h"
 #include "phone_path.h"
 
 namespace wrenlink::reference_agent {
@@ -137,8 +136,8 @@ void Session::log_request(std::string_view what, uint32_t status) const {
 bool Session::serve_one() {
     unsigned char raw[wire::kHeaderSize];
     if (!read_exact(socket_.get(), raw, sizeof raw)) return false;
-    const wire::PacketHeader header = wire::decode_header(raw);
-    if (header.magic != wire::kMagic) {
+    wire::PacketHeader header;
+    if (!wire::read_header(raw, header)) {
         services_.log.say(tag_ + " request with a wrong magic; connection closed");
         return false;
     }
@@ -158,8 +157,7 @@ bool Session::serve_one() {
     }
     what_.clear();
     Reply reply;
-    if (carries_crc(header.opcode) &&
-        get_crc32(payload.data(), static_cast<uint32_t>(payload.size()), 0) != header.crc) {
+    if (carries_crc(header.opcode) && wire::payload_crc(payload) != header.crc) {
         what_ = "request " + std::to_string(header.opcode) + " with a wrong CRC";
         reply.status = EBADMSG;
     } else {
@@ -168,7 +166,7 @@ bool Session::serve_one() {
     // A refusal carries no payload: on open, the library would take it for the next header.
     if (reply.status != 0) reply.payload.clear();
     log_request(what_, reply.status);
-    return send_all(socket_.get(), packet(header.opcode, reply.status, reply.payload, reply.crc));
+    return send_all(socket_.get(), wire::packet(header.opcode, reply.payload, reply.crc, reply.status));
 }
 
 Session::Reply Session::dispatch(const wire::PacketHeader &header, std::string_view payload) {
@@ -181,13 +179,13 @@ Session::Reply Session::dispatch(const wire::PacketHeader &header, std::string_v
                 return media_list(*kind);
             case 1:
                 what_ = std::string("add ") + name + " " + std::string(text);
-                return Reply{static_cast<uint32_t>(services_.catalogue.add(*kind, text)), {}, Crc::Payload};
+                return Reply{static_cast<uint32_t>(services_.catalogue.add(*kind, text)), {}, Crc::OverPayload};
             default:
                 what_ = std::string("del ") + name + " " + std::string(text);
-                return Reply{static_cast<uint32_t>(services_.catalogue.remove(*kind, text)), {}, Crc::Payload};
+                return Reply{static_cast<uint32_t>(services_.catalogue.remove(*kind, text)), {}, Crc::OverPayload};
         }
     }
-    auto status_only = [](int status) { return Reply{static_cast<uint32_t>(status), {}, Crc::Payload}; };
+    auto status_only = [](int status) { return Reply{static_cast<uint32_t>(status), {}, Crc::OverPayload}; };
     switch (header.opcode) {
         case op::kFileOpen: return file_open(payload);
         case op::kFileClose: return file_close(payload);
@@ -222,20 +220,20 @@ Session::Reply Session::file_open(std::string_view payload) {
     const std::string_view path = payload.substr(0, nul);
     const std::string_view mode = nul == std::string_view::npos ? std::string_view() : until_nul(payload.substr(nul + 1));
     what_ = "open " + std::string(path) + " " + std::string(mode);
-    if (nul == std::string_view::npos || nul + 1 >= payload.size()) return Reply{EINVAL, {}, Crc::Payload};
+    if (nul == std::string_view::npos || nul + 1 >= payload.size()) return Reply{EINVAL, {}, Crc::OverPayload};
     const int flags = open_flags_of(mode);
-    if (flags < 0) return Reply{EINVAL, {}, Crc::Payload};
-    if (files_.size() >= kMaxOpenFiles) return Reply{EMFILE, {}, Crc::Payload};
+    if (flags < 0) return Reply{EINVAL, {}, Crc::OverPayload};
+    if (files_.size() >= kMaxOpenFiles) return Reply{EMFILE, {}, Crc::OverPayload};
     const Resolved r = services_.sandbox.resolve(path, Leaf::Follow);
-    if (r.error != 0) return Reply{static_cast<uint32_t>(r.error), {}, Crc::Payload};
+    if (r.error != 0) return Reply{static_cast<uint32_t>(r.error), {}, Crc::OverPayload};
 
     // Non-blocking until it is known to be a regular file: a FIFO would hold the open for ever.
     UniqueFd fd(::open(r.host.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0644));
-    if (!fd) return Reply{static_cast<uint32_t>(errno), {}, Crc::Payload};
+    if (!fd) return Reply{static_cast<uint32_t>(errno), {}, Crc::OverPayload};
     struct stat st {};
-    if (::fstat(fd.get(), &st) != 0) return Reply{static_cast<uint32_t>(errno), {}, Crc::Payload};
-    if (S_ISDIR(st.st_mode)) return Reply{EISDIR, {}, Crc::Payload};
-    if (!S_ISREG(st.st_mode)) return Reply{EPERM, {}, Crc::Payload};
+    if (::fstat(fd.get(), &st) != 0) return Reply{static_cast<uint32_t>(errno), {}, Crc::OverPayload};
+    if (S_ISDIR(st.st_mode)) return Reply{EISDIR, {}, Crc::OverPayload};
+    if (!S_ISREG(st.st_mode)) return Reply{EPERM, {}, Crc::OverPayload};
     (void)::fcntl(fd.get(), F_SETFL, ::fcntl(fd.get(), F_GETFL) & ~O_NONBLOCK);
 
     while (next_file_id_ == 0 || files_.count(next_file_id_) != 0) ++next_file_id_;
@@ -244,18 +242,18 @@ Session::Reply Session::file_open(std::string_view payload) {
     what_ += " = id " + std::to_string(id);
     std::string out;
     put_u32(out, id);
-    return Reply{0, out, Crc::Payload};
+    return Reply{0, out, Crc::OverPayload};
 }
 
 Session::Reply Session::file_close(std::string_view payload) {
-    if (payload.size() < 4) return Reply{EINVAL, {}, Crc::Payload};
+    if (payload.size() < 4) return Reply{EINVAL, {}, Crc::OverPayload};
     const uint32_t id = wire::load_u32(payload.data());
     what_ = "close id " + std::to_string(id);
     const auto it = files_.find(id);
-    if (it == files_.end()) return Reply{EBADF, {}, Crc::Payload};
+    if (it == files_.end()) return Reply{EBADF, {}, Crc::OverPayload};
     const int fd = it->second.release();
     files_.erase(it);
-    return Reply{::close(fd) == 0 ? 0u : static_cast<uint32_t>(errno), {}, Crc::Payload};
+    return Reply{::close(fd) == 0 ? 0u : static_cast<uint32_t>(errno), {}, Crc::OverPayload};
 }
 
 Session::Reply Session::file_read(std::string_view payload) {
@@ -311,100 +309,100 @@ bool Session::serve_write(const wire::PacketHeader &header) {
         left -= take;
     }
     log_request(what_, static_cast<uint32_t>(status));
-    return send_all(socket_.get(), packet(header.opcode, static_cast<uint32_t>(status), {}));
+    return send_all(socket_.get(), wire::packet(header.opcode, {}, Crc::OverPayload, static_cast<uint32_t>(status)));
 }
 
 Session::Reply Session::file_tell(std::string_view payload) {
-    if (payload.size() < 4) return Reply{EINVAL, {}, Crc::Payload};
+    if (payload.size() < 4) return Reply{EINVAL, {}, Crc::OverPayload};
     const uint32_t id = wire::load_u32(payload.data());
     what_ = "tell id " + std::to_string(id);
     const int fd = fd_of(id);
-    if (fd < 0) return Reply{EBADF, {}, Crc::Payload};
+    if (fd < 0) return Reply{EBADF, {}, Crc::OverPayload};
     const off_t at = ::lseek(fd, 0, SEEK_CUR);
-    if (at < 0) return Reply{static_cast<uint32_t>(errno), {}, Crc::Payload};
+    if (at < 0) return Reply{static_cast<uint32_t>(errno), {}, Crc::OverPayload};
     what_ += " = " + std::to_string(at);
-    return Reply{0, position_payload(at), Crc::Payload};
+    return Reply{0, position_payload(at), Crc::OverPayload};
 }
 
 Session::Reply Session::file_seek(std::string_view payload) {
-    if (payload.size() < 16) return Reply{EINVAL, {}, Crc::Payload};
+    if (payload.size() < 16) return Reply{EINVAL, {}, Crc::OverPayload};
     const FileBlock b = file_block_of(payload);
     what_ = "seek id " + std::to_string(b.id) + " to " + std::to_string(b.offset) + " whence " + std::to_string(b.count);
     const int fd = fd_of(b.id);
-    if (fd < 0) return Reply{EBADF, {}, Crc::Payload};
-    if (b.count != SEEK_SET && b.count != SEEK_CUR && b.count != SEEK_END) return Reply{EINVAL, {}, Crc::Payload};
+    if (fd < 0) return Reply{EBADF, {}, Crc::OverPayload};
+    if (b.count != SEEK_SET && b.count != SEEK_CUR && b.count != SEEK_END) return Reply{EINVAL, {}, Crc::OverPayload};
     const off_t at = ::lseek(fd, static_cast<off_t>(b.offset), b.count);
-    if (at < 0) return Reply{static_cast<uint32_t>(errno), {}, Crc::Payload};
+    if (at < 0) return Reply{static_cast<uint32_t>(errno), {}, Crc::OverPayload};
     what_ += " = " + std::to_string(at);
-    return Reply{0, position_payload(at), Crc::Payload};
+    return Reply{0, position_payload(at), Crc::OverPayload};
 }
 
 Session::Reply Session::path_delete(std::string_view path) {
     what_ = "delete " + std::string(path);
     const Resolved r = services_.sandbox.resolve(path, Leaf::NoFollow);
-    if (r.error != 0) return Reply{static_cast<uint32_t>(r.error), {}, Crc::Payload};
-    if (r.is_root) return Reply{static_cast<uint32_t>(kOutsideRoot), {}, Crc::Payload};
+    if (r.error != 0) return Reply{static_cast<uint32_t>(r.error), {}, Crc::OverPayload};
+    if (r.is_root) return Reply{static_cast<uint32_t>(kOutsideRoot), {}, Crc::OverPayload};
     struct stat st {};
-    if (::lstat(r.host.c_str(), &st) != 0) return Reply{static_cast<uint32_t>(errno), {}, Crc::Payload};
+    if (::lstat(r.host.c_str(), &st) != 0) return Reply{static_cast<uint32_t>(errno), {}, Crc::OverPayload};
     const int done = S_ISDIR(st.st_mode) ? ::rmdir(r.host.c_str()) : ::unlink(r.host.c_str());
-    return Reply{done == 0 ? 0u : static_cast<uint32_t>(errno), {}, Crc::Payload};
+    return Reply{done == 0 ? 0u : static_cast<uint32_t>(errno), {}, Crc::OverPayload};
 }
 
 Session::Reply Session::erase_file(std::string_view path) {
     what_ = "erase " + std::string(path);
     const Resolved r = services_.sandbox.resolve(path, Leaf::NoFollow);
-    if (r.error != 0) return Reply{static_cast<uint32_t>(r.error), {}, Crc::Payload};
+    if (r.error != 0) return Reply{static_cast<uint32_t>(r.error), {}, Crc::OverPayload};
     struct stat st {};
-    if (::lstat(r.host.c_str(), &st) != 0) return Reply{static_cast<uint32_t>(errno), {}, Crc::Payload};
-    if (S_ISDIR(st.st_mode)) return Reply{EISDIR, {}, Crc::Payload};
-    return Reply{::unlink(r.host.c_str()) == 0 ? 0u : static_cast<uint32_t>(errno), {}, Crc::Payload};
+    if (::lstat(r.host.c_str(), &st) != 0) return Reply{static_cast<uint32_t>(errno), {}, Crc::OverPayload};
+    if (S_ISDIR(st.st_mode)) return Reply{EISDIR, {}, Crc::OverPayload};
+    return Reply{::unlink(r.host.c_str()) == 0 ? 0u : static_cast<uint32_t>(errno), {}, Crc::OverPayload};
 }
 
 Session::Reply Session::path_mkdir(std::string_view path) {
     what_ = "mkdir " + std::string(path);
     const Resolved r = services_.sandbox.resolve(path, Leaf::NoFollow);
-    if (r.error != 0) return Reply{static_cast<uint32_t>(r.error), {}, Crc::Payload};
-    if (r.is_root) return Reply{EEXIST, {}, Crc::Payload};
-    return Reply{::mkdir(r.host.c_str(), 0755) == 0 ? 0u : static_cast<uint32_t>(errno), {}, Crc::Payload};
+    if (r.error != 0) return Reply{static_cast<uint32_t>(r.error), {}, Crc::OverPayload};
+    if (r.is_root) return Reply{EEXIST, {}, Crc::OverPayload};
+    return Reply{::mkdir(r.host.c_str(), 0755) == 0 ? 0u : static_cast<uint32_t>(errno), {}, Crc::OverPayload};
 }
 
 Session::Reply Session::path_access(std::string_view path) {
     what_ = "access " + std::string(path);
     const Resolved r = services_.sandbox.resolve(path, Leaf::Follow);
-    if (r.error != 0) return Reply{static_cast<uint32_t>(r.error), {}, Crc::Payload};
-    return Reply{::access(r.host.c_str(), F_OK) == 0 ? 0u : static_cast<uint32_t>(errno), {}, Crc::Payload};
+    if (r.error != 0) return Reply{static_cast<uint32_t>(r.error), {}, Crc::OverPayload};
+    return Reply{::access(r.host.c_str(), F_OK) == 0 ? 0u : static_cast<uint32_t>(errno), {}, Crc::OverPayload};
 }
 
 Session::Reply Session::path_stat(std::string_view path) {
     what_ = "stat " + std::string(path);
     const Resolved r = services_.sandbox.resolve(path, Leaf::Follow);
-    if (r.error != 0) return Reply{static_cast<uint32_t>(r.error), {}, Crc::Payload};
+    if (r.error != 0) return Reply{static_cast<uint32_t>(r.error), {}, Crc::OverPayload};
     struct stat st {};
-    if (::stat(r.host.c_str(), &st) != 0) return Reply{static_cast<uint32_t>(errno), {}, Crc::Payload};
+    if (::stat(r.host.c_str(), &st) != 0) return Reply{static_cast<uint32_t>(errno), {}, Crc::OverPayload};
     std::string out;
     put_file_info(out, file_info(r.phone, st));
-    return Reply{0, out, Crc::Payload};
+    return Reply{0, out, Crc::OverPayload};
 }
 
 Session::Reply Session::dir_open(std::string_view path) {
     what_ = "opendir " + std::string(path);
     const Resolved r = services_.sandbox.resolve(path, Leaf::Follow);
-    if (r.error != 0) return Reply{static_cast<uint32_t>(r.error), {}, Crc::Payload};
-    if (dirs_.size() >= kMaxOpenDirs && dirs_.count(r.phone) == 0) return Reply{EMFILE, {}, Crc::Payload};
+    if (r.error != 0) return Reply{static_cast<uint32_t>(r.error), {}, Crc::OverPayload};
+    if (dirs_.size() >= kMaxOpenDirs && dirs_.count(r.phone) == 0) return Reply{EMFILE, {}, Crc::OverPayload};
     DirCursor cursor;
-    if (!list_directory(r.host, cursor.entries)) return Reply{static_cast<uint32_t>(errno), {}, Crc::Payload};
+    if (!list_directory(r.host, cursor.entries)) return Reply{static_cast<uint32_t>(errno), {}, Crc::OverPayload};
     std::string out;
     put_u32(out, static_cast<uint32_t>(cursor.entries.size()));
     what_ += " = " + std::to_string(cursor.entries.size()) + " entries";
     dirs_[r.phone] = std::move(cursor);
-    return Reply{0, out, Crc::Payload};
+    return Reply{0, out, Crc::OverPayload};
 }
 
 Session::Reply Session::dir_read(std::string_view path) {
     what_ = "readdir " + std::string(path);
     const auto key = directory_key(path);
     const auto it = key ? dirs_.find(*key) : dirs_.end();
-    if (it == dirs_.end()) return Reply{EBADF, {}, Crc::Payload};
+    if (it == dirs_.end()) return Reply{EBADF, {}, Crc::OverPayload};
     DirCursor &cursor = it->second;
     std::string out;
     while (cursor.next < cursor.entries.size() && out.size() < kDirBatchBytes) {
@@ -412,20 +410,20 @@ Session::Reply Session::dir_read(std::string_view path) {
         put_file_info(out, e.info);
         put_text(out, e.name);
     }
-    return Reply{0, out, Crc::Payload};
+    return Reply{0, out, Crc::OverPayload};
 }
 
 Session::Reply Session::dir_close(std::string_view path) {
     what_ = "closedir " + std::string(path);
     const auto key = directory_key(path);
-    if (!key || dirs_.erase(*key) == 0) return Reply{EBADF, {}, Crc::Payload};
-    return Reply{0, {}, Crc::Payload};
+    if (!key || dirs_.erase(*key) == 0) return Reply{EBADF, {}, Crc::OverPayload};
+    return Reply{0, {}, Crc::OverPayload};
 }
 
 Session::Reply Session::media_list(MediaKind kind) {
     const auto items = services_.catalogue.list(kind);
     what_ += " = " + std::to_string(items.size()) + " items";
-    return Reply{0, encode_media_list(items), Crc::Payload};
+    return Reply{0, encode_media_list(items), Crc::OverPayload};
 }
 
 }  // namespace wrenlink::reference_agent

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "base/unique_fd.h"
-#include "base/wire.h"
+#include "base/packet.h"
 #include "catalogue.h"
 #include "frame.h"
 #include "log.h"
@@ -55,7 +55,7 @@ private:
     struct Reply {
         uint32_t status = 0;
         std::string payload;
-        Crc crc = Crc::Payload;
+        Crc crc = Crc::OverPayload;
     };
     struct DirCursor {
         std::vector<DirEntry> entries;

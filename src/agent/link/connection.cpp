@@ -130,6 +130,14 @@ int32_t receive_exact(NetConnection *conn, void *buffer, int32_t length, int32_t
     return -1;
 }
 
+int32_t receive_some(NetConnection *conn, void *buffer, int32_t length) {
+    if (length <= 0) return 0;
+    const SocketUse socket(conn);
+    const ssize_t got = ::recv(socket.fd(), buffer, static_cast<std::size_t>(length), 0);
+    if (got == 0) errno = ECONNRESET;  // as receive_exact reports a close
+    return got < 0 ? -1 : static_cast<int32_t>(got);
+}
+
 void close_connection(NetConnection *conn) noexcept {
     store_field(conn->fileError, 0);
     store_field(conn->sendError, 0);

@@ -46,6 +46,10 @@ int32_t send_all(NetConnection *conn, const void *data, int32_t length, int32_t 
 // length <= 0; -1 on an error. A signal that interrupts a receive fails it with EINTR.
 int32_t receive_exact(NetConnection *conn, void *buffer, int32_t length, int32_t flags);
 
+// Receives what the socket holds, up to `length` bytes, waiting for the first: the count; 0 when
+// the peer closed (errno ECONNRESET) or length <= 0; -1 on an error. A signal fails it with EINTR.
+int32_t receive_some(NetConnection *conn, void *buffer, int32_t length);
+
 // Closes the socket once and clears both sticky errors; a second close does nothing. From another
 // thread it first shuts the socket down, which ends a transfer waiting there.
 void close_connection(NetConnection *conn) noexcept;

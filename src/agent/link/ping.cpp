@@ -3,6 +3,7 @@
 #include <cstring>
 #include <string>
 
+#include "agent/link/reply_reader.h"
 #include "agent/wire/packets.h"
 
 namespace wrenlink::agent {
@@ -12,10 +13,10 @@ namespace wrenlink::agent {
 // values.
 int32_t ping(NetConnection *conn) {
     static const unsigned char kPong[4] = {0x00, 0x00, 0x00, 0x01};
-    const std::string request = make_ping_packet();
-    if (send_all(conn, request.data(), static_cast<int32_t>(request.size()), 0) < 0) return -2;
-    unsigned char reply[4] = {};
-    if (receive_exact(conn, reply, sizeof reply, 0) < 0) return -3;
+    ReplyReader reader(conn);
+    if (reader.send(make_ping_packet()) < 0) return -2;
+    unsigned char reply[4] = {};  // the answer has no header
+    if (reader.take_unframed(reply, sizeof reply) == Took::Broken) return -3;
     return std::memcmp(reply, kPong, sizeof kPong) == 0 ? 0 : -4;
 }
 

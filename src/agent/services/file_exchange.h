@@ -13,7 +13,7 @@
 #include <string>
 
 #include "agent/link/connection.h"
-#include "agent/services/reply.h"
+#include "agent/link/reply_reader.h"
 
 namespace wrenlink::agent::nfc {
 
@@ -45,41 +45,23 @@ inline AgentStatus gate(const NetConnection *conn) noexcept {
     return static_cast<AgentStatus>(load_field(conn->fileError));
 }
 
-// Runs `body` (which returns an Exit) under the connection's lock, stores its sticky value in
-// fileError when the operation's rule says so, and releases the lock on every exit.
+// Runs `body` (which takes the exchange's reply reader and returns an Exit) under the
+// connection's lock, stores its sticky value in fileError when the operation's rule says so, and
+// releases the lock on every exit.
 template <class Body>
 AgentStatus exchange(NetConnection *conn, Sticky sticky, Body &&body) {
     std::lock_guard lock(conn->mutex);
-    const Exit exit = body();
+    ReplyReader reply(conn);
+    const Exit exit = body(reply);
     if (sticky == Sticky::Yes && exit.sticky != 0) store_field(conn->fileError, exit.sticky);
     return exit.result;
 }
 
+// The exit a take calls for: nothing when it took the whole.
+Step step(Took took);
 // Sends the whole request; a negative result ends the exchange.
-Step send_request(NetConnection *conn, const void *bytes, int32_t size);
-inline Step send_request(NetConnection *conn, const std::string &packet) {
-    return send_request(conn, packet.data(), static_cast<int32_t>(packet.size()));
-}
-// The reply header, whole and with the right magic.
-Step receive_reply_header(NetConnection *conn, wire::PacketHeader &header);
-// Send, then the reply header.
-Step request(NetConnection *conn, const std::string &packet, wire::PacketHeader &header);
-
-// Reads and drops the `length` payload bytes of a reply that the operation refuses unread, a piece
-// at a time: nothing is allocated, however long the peer says it is, and the stream stays in step.
-Step drop_payload(NetConnection *conn, const wire::PacketHeader &header);
-
-// The `length` payload bytes of a read reply, in one block. The read has already refused a length
-// beyond what its caller asked for, so the block is bounded by the caller's buffer.
-Step receive_payload(NetConnection *conn, const wire::PacketHeader &header, Payload &payload);
-
-// The first bytes of a reply payload (a handle, a position), the payload checked against the
-// header's CRC. It is read in pieces and its CRC taken as it comes: a peer that claims a huge
-// payload costs time, never memory.
-struct PayloadHead {
-    unsigned char bytes[8] = {};
-    uint32_t size = 0;  // the whole payload's
-};
-Step receive_verified_head(NetConnection *conn, const wire::PacketHeader &header, PayloadHead &head);
+Step send_request(ReplyReader &reply, const void *bytes, int32_t size);
+// Send, then the reply header, whole and with the right magic.
+Step request(ReplyReader &reply, const std::string &packet, wire::PacketHeader &header);
 
 }  // namespace wrenlink::agent::nfc

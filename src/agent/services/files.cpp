@@ -28,12 +28,12 @@ AgentStatus open_file(NetConnection *conn, const char *path, const char *mode, N
     if (const AgentStatus stuck = gate(conn)) return stuck;
     const std::string packet = make_file_open_packet(path, mode);
     // A failed open leaves the connection usable: the next open sends its request again.
-    return exchange(conn, Sticky::No, [&]() -> Exit {
+    return exchange(conn, Sticky::No, [&](ReplyReader &reply) -> Exit {
         PacketHeader h;
         PayloadHead payload;
-        if (Step s = request(conn, packet, h)) return *s;
+        if (Step s = request(reply, packet, h)) return *s;
         if (h.status != 0) return answered(h.status);  // a refusal carries no payload
-        if (Step s = receive_verified_head(conn, h, payload)) return *s;
+        if (Step s = step(reply.take_verified_head(h.crc, payload))) return *s;
         if (payload.size < 4) return out_of_step(AgentShortPayload);  // never stored by an open
         auto *handle = static_cast<NFCFileRef *>(std::malloc(sizeof(NFCFileRef)));
         if (handle == nullptr) return answered(ENOMEM);
@@ -48,17 +48,15 @@ AgentStatus read_file(NetConnection *conn, NFCFileRef *ref, void *buffer, int32_
     if (const AgentStatus stuck = gate(conn)) return stuck;
     const int32_t asked = *length;
     const std::string packet = make_file_read_packet(ref->remoteId, ref->position, asked);
-    return exchange(conn, Sticky::Yes, [&]() -> Exit {
+    return exchange(conn, Sticky::Yes, [&](ReplyReader &reply) -> Exit {
         PacketHeader h;
         Payload payload;
-        if (Step s = request(conn, packet, h)) return *s;
+        if (Step s = request(reply, packet, h)) return *s;
         // The payload is consumed whatever the status, so the stream stays in step. More than
         // asked would overrun `buffer`: refused before anything is allocated for it.
-        if (h.length > static_cast<uint32_t>(asked < 0 ? 0 : asked)) {
-            if (Step s = drop_payload(conn, h)) return *s;
-            return answered(h.status != 0 ? h.status : EMSGSIZE);
-        }
-        if (Step s = receive_payload(conn, h, payload)) return *s;
+        const Took took = reply.take_payload(static_cast<uint32_t>(asked < 0 ? 0 : asked), payload);
+        if (took == Took::TooLong) return answered(h.status != 0 ? h.status : EMSGSIZE);
+        if (Step s = step(took)) return *s;
         if (h.status != 0) return answered(h.status);
         if (payload.size > 0) std::memcpy(buffer, payload.data(), payload.size);
         *length = static_cast<int32_t>(payload.size);
@@ -71,18 +69,19 @@ AgentStatus write_file(NetConnection *conn, NFCFileRef *ref, const void *data, i
     if (conn == nullptr || ref == nullptr || (data == nullptr && length > 0)) return EINVAL;
     if (const AgentStatus stuck = gate(conn)) return stuck;
     const std::string packet = make_file_write_packet(ref->remoteId, ref->position, length);
-    const AgentStatus result = exchange(conn, Sticky::Yes, [&]() -> Exit {
+    const AgentStatus result = exchange(conn, Sticky::Yes, [&](ReplyReader &reply) -> Exit {
         // Header and block first, then the data straight from the caller's memory, under one lock.
         // The header is held back for the data where the platform allows, so that the agent gets
         // both in one segment rather than waking for 36 bytes and again for the rest.
         const int more = length > 0 ? platform::more_follows_flag() : 0;
-        const int32_t sent = send_all(conn, packet.data(), static_cast<int32_t>(packet.size()), more);
+        const int32_t sent = reply.send(packet.data(), static_cast<int32_t>(packet.size()), more);
         if (sent != static_cast<int32_t>(packet.size())) std::puts(kWriteShortLine);
         if (sent < 0) return transfer_failed();
-        if (Step s = send_request(conn, data, length)) return *s;
+        if (Step s = send_request(reply, data, length)) return *s;
         PacketHeader h;
-        if (!receive_header(conn, h)) return transfer_failed(AgentShortPayload);
-        if (h.magic != wire::kMagic) return out_of_step(AgentBadMagic);
+        const Took took = reply.take_header(h);
+        if (took == Took::Broken) return transfer_failed(AgentShortPayload);
+        if (Step s = step(took)) return *s;
         return answered(h.status);
     });
     // The reply carries no count: what was asked is taken as written.
@@ -94,11 +93,11 @@ AgentStatus tell_file(NetConnection *conn, NFCFileRef *ref, int64_t *agentPositi
     if (conn == nullptr || ref == nullptr || agentPosition == nullptr) return EINVAL;
     if (const AgentStatus stuck = gate(conn)) return stuck;
     const std::string packet = make_file_tell_packet(ref->remoteId);
-    return exchange(conn, Sticky::Yes, [&]() -> Exit {
+    return exchange(conn, Sticky::Yes, [&](ReplyReader &reply) -> Exit {
         PacketHeader h;
         PayloadHead payload;
-        if (Step s = request(conn, packet, h)) return *s;
-        if (Step s = receive_verified_head(conn, h, payload)) return *s;
+        if (Step s = request(reply, packet, h)) return *s;
+        if (Step s = step(reply.take_verified_head(h.crc, payload))) return *s;
         if (h.status != 0) return answered(h.status);
         if (payload.size < 8) return out_of_step(AgentShortPayload);
         *agentPosition = static_cast<int64_t>(wire::load_u64(payload.bytes));
@@ -110,11 +109,11 @@ AgentStatus seek_file(NetConnection *conn, NFCFileRef *ref, int64_t offset, int3
     if (conn == nullptr || ref == nullptr) return EINVAL;
     if (const AgentStatus stuck = gate(conn)) return stuck;
     const std::string packet = make_file_seek_packet(ref->remoteId, offset, whence);
-    const AgentStatus result = exchange(conn, Sticky::Yes, [&]() -> Exit {
+    const AgentStatus result = exchange(conn, Sticky::Yes, [&](ReplyReader &reply) -> Exit {
         PacketHeader h;
         PayloadHead payload;
-        if (Step s = request(conn, packet, h)) return *s;
-        if (Step s = receive_verified_head(conn, h, payload)) return *s;
+        if (Step s = request(reply, packet, h)) return *s;
+        if (Step s = step(reply.take_verified_head(h.crc, payload))) return *s;
         return answered(h.status);
     });
     if (result != 0) return result;
@@ -134,9 +133,9 @@ AgentStatus close_file(NetConnection *conn, NFCFileRef *ref) {
     const uint32_t remoteId = ref->remoteId;
     std::free(ref);
     const std::string packet = make_file_close_packet(remoteId);
-    return exchange(conn, Sticky::Yes, [&]() -> Exit {
+    return exchange(conn, Sticky::Yes, [&](ReplyReader &reply) -> Exit {
         PacketHeader h;
-        if (Step s = request(conn, packet, h)) return *s;
+        if (Step s = request(reply, packet, h)) return *s;
         return answered(h.status);
     });
 }
@@ -148,9 +147,9 @@ AgentStatus path_request(NetConnection *conn, std::string (*make)(const char *),
     if (conn == nullptr || path == nullptr) return EINVAL;
     if (const AgentStatus stuck = gate(conn)) return stuck;
     const std::string packet = make(path);
-    return exchange(conn, Sticky::Yes, [&]() -> Exit {
+    return exchange(conn, Sticky::Yes, [&](ReplyReader &reply) -> Exit {
         PacketHeader h;
-        if (Step s = request(conn, packet, h)) return *s;
+        if (Step s = request(reply, packet, h)) return *s;
         return answered(h.status);
     });
 }

@@ -2,8 +2,8 @@
 
 #include <string>
 
+#include "agent/link/reply_reader.h"
 #include "agent/services/media_list.h"
-#include "agent/services/reply.h"
 #include "agent/wire/packets.h"
 
 namespace wrenlink::agent {
@@ -28,8 +28,9 @@ const MediaRequests &requests(MediaKind kind) {
 
 AgentStatus change_media(NetConnection *conn, std::string (*make)(const char *), const char *text) {
     if (conn == nullptr || text == nullptr) return EINVAL;
+    ReplyReader reader(conn);
     wire::PacketHeader reply;
-    if (const AgentStatus r = control_request(conn, make(text), reply, SendErrorRule::Untouched)) return r;
+    if (const AgentStatus r = control_request(reader, make(text), reply, SendErrorRule::Untouched)) return r;
     return reply.status;
 }
 
@@ -37,13 +38,14 @@ AgentStatus change_media(NetConnection *conn, std::string (*make)(const char *),
 
 AgentStatus list_media(NetConnection *conn, MediaKind kind, __MediaBean *head, uint32_t *count) {
     if (conn == nullptr || head == nullptr || count == nullptr) return EINVAL;
+    ReplyReader reader(conn);
     wire::PacketHeader reply;
-    if (const AgentStatus r = control_request(conn, requests(kind).list(), reply, SendErrorRule::Untouched)) return r;
+    if (const AgentStatus r = control_request(reader, requests(kind).list(), reply, SendErrorRule::Untouched)) return r;
     // A refusal's payload, if any, stays in the stream. Kept: agents send none, and reading it
     // would change what a caller's next request gets from one that does.
     if (reply.status != 0) return reply.status;
     AgentStatus parsed = 0;
-    const uint32_t items = receive_media_list(conn, head, reply.length, &parsed);
+    const uint32_t items = receive_media_list(reader, head, &parsed);
     if (parsed != 0) return parsed;
     *count = items;
     return 0;

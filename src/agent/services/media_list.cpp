@@ -2,14 +2,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
-#include <new>
 
-#include "agent/link/connection.h"
-#include "agent/services/reply.h"
 #include "base/wire.h"
 
 namespace wrenlink::agent {
@@ -145,72 +140,23 @@ private:
     AgentStatus status_ = 0;
 };
 
-// The part of a list payload received and not parsed yet: a window on the stack, moved to the heap
-// only for an item larger than it.
-class PayloadWindow {
-public:
-    PayloadWindow(NetConnection *conn, uint32_t length) : conn_(conn), unread_(length) {}
-
-    const unsigned char *data() const { return base() + begin_; }
-    std::size_t size() const { return end_ - begin_; }
-    uint32_t unread() const { return unread_; }
-    void take(std::size_t n) { begin_ += n; }
-
-    // Receives the next piece of the payload behind what is left in the window. 0, ENOMEM, or
-    // AgentShortPayload when the stream ended first.
-    AgentStatus receive_more() {
-        std::memmove(base(), data(), size());
-        end_ -= begin_;
-        begin_ = 0;
-        if (end_ == capacity_ && !grow()) return ENOMEM;
-        const auto n = static_cast<int32_t>(std::min<std::size_t>(capacity_ - end_, unread_));
-        if (receive_exact(conn_, base() + end_, n, 0) != n) return AgentShortPayload;
-        end_ += static_cast<std::size_t>(n);
-        unread_ -= static_cast<uint32_t>(n);
-        return 0;
-    }
-
-private:
-    const unsigned char *base() const { return heap_ ? heap_.get() : stack_; }
-    unsigned char *base() { return heap_ ? heap_.get() : stack_; }
-    bool grow() {
-        const std::size_t bigger = std::min<std::size_t>(capacity_ * 2, end_ + unread_);
-        std::unique_ptr<unsigned char[]> block(new (std::nothrow) unsigned char[bigger]);
-        if (!block) return false;
-        std::memcpy(block.get(), base(), end_);
-        heap_ = std::move(block);
-        capacity_ = bigger;
-        return true;
-    }
-
-    NetConnection *conn_;
-    uint32_t unread_;
-    unsigned char stack_[16 * 1024];
-    std::unique_ptr<unsigned char[]> heap_;
-    std::size_t capacity_ = sizeof stack_;
-    std::size_t begin_ = 0;
-    std::size_t end_ = 0;
-};
-
 }  // namespace
 
-uint32_t receive_media_list(NetConnection *conn, __MediaBean *head, uint32_t length, AgentStatus *status) {
-    // 2^31 or more is a negative count to receive_exact, which reads nothing.
-    if (length > static_cast<uint32_t>(INT32_MAX)) {
-        *status = AgentShortPayload;
-        return 0;
-    }
+uint32_t receive_media_list(ReplyReader &reply, __MediaBean *head, AgentStatus *status) {
+    *status = reply.guard() == Took::Whole ? 0 : AgentShortPayload;  // 2^31 or more: nothing read
+    if (*status != 0) return 0;
     MediaChain chain;
-    PayloadWindow window(conn, length);
-    *status = 0;
-    while (*status == 0 && window.unread() > 0) {
-        if ((*status = window.receive_more()) != 0) break;
-        window.take(chain.take(window.data(), window.size()));
+    while (*status == 0 && reply.left() > reply.buffered()) {
+        if (const Took took = reply.receive_more(); took != Took::Whole) {
+            *status = took == Took::NoMemory ? ENOMEM : AgentShortPayload;
+            break;
+        }
+        reply.skip(chain.take(reply.data(), reply.buffered()));
         *status = chain.status();
     }
-    if (*status == 0 && window.size() != 0) *status = AgentShortPayload;  // the payload ends inside an item
+    if (*status == 0 && reply.buffered() != 0) *status = AgentShortPayload;  // the payload ends inside an item
     // The rest of the payload is read and dropped, so that the stream stays in step.
-    if (*status == ENOMEM && !drop_bytes(conn, window.unread())) *status = AgentShortPayload;
+    if (*status == ENOMEM && reply.drop_rest() != Took::Whole) *status = AgentShortPayload;
     return *status == 0 ? chain.attach(head) : 0;
 }
 

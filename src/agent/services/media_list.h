@@ -4,11 +4,12 @@
 #include <cstdint>
 
 #include "Wrenlink/Wrenlink.h"
+#include "agent/link/reply_reader.h"
 
 namespace wrenlink::agent {
 
-// Receives a list reply's payload of `length` bytes from `conn` and parses it as it comes, a window
-// of it at a time: whole items (value1 u32, text1 with its NUL, value2 u64, text2, value3 u64,
+// Receives a list reply's payload (what `reply` has left of it after the header) and parses it as
+// it comes, a window of it at a time: whole items (value1 u32, text1 with its NUL, value2 u64, text2, value3 u64,
 // text3; little-endian, unaligned) into malloc'd records, each text in a malloc block of its own.
 // Returns the number of items and stores 0 in *status. An empty payload returns 0 and writes
 // nothing; otherwise the chain replaces head->next, in the order of the wire.
@@ -22,6 +23,11 @@ namespace wrenlink::agent {
 // (a negative count, nothing read). A failed allocation gives ENOMEM, after the rest of the payload
 // was read and dropped: the stream stays in step. Either way every record parsed so far is freed,
 // the head is left alone and 0 is returned.
-uint32_t receive_media_list(NetConnection *conn, __MediaBean *head, uint32_t length, AgentStatus *status);
+uint32_t receive_media_list(ReplyReader &reply, __MediaBean *head, AgentStatus *status);
+// The same for a payload of `length` bytes whose header was read before.
+inline uint32_t receive_media_list(NetConnection *conn, __MediaBean *head, uint32_t length, AgentStatus *status) {
+    ReplyReader reply(conn, length);
+    return receive_media_list(reply, head, status);
+}
 
 }  // namespace wrenlink::agent

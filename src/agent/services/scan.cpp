@@ -6,8 +6,7 @@
 #include <memory>
 
 #include "agent/link/connection.h"
-#include "agent/services/event_stream.h"
-#include "agent/services/reply.h"
+#include "agent/link/reply_reader.h"
 #include "agent/wire/packets.h"
 
 namespace wrenlink::agent {
@@ -40,10 +39,10 @@ private:
 class ItemBuffer {
 public:
     static constexpr std::size_t kCapacity = 2048;
-    static_assert(kCapacity <= EventStream::kCapacity, "a whole item fits in the stream's buffer");
+    static_assert(kCapacity <= ReplyReader::kWindow, "a whole item fits in the reader's window");
 
     // A payload beyond the capacity gives its first 2048 bytes; the rest is dropped.
-    bool take(EventStream &stream, uint32_t length) {
+    bool take(ReplyReader &stream, uint32_t length) {
         const std::size_t keep = std::min<std::size_t>(length, kCapacity);
         if (keep == length) {
             const unsigned char *payload = stream.peek(keep);
@@ -73,7 +72,7 @@ public:
 
     // Reads the event's payload and tells the caller. False when the payload came up short. Of
     // the header only opcode and length count.
-    bool act(const wire::PacketHeader &event, EventStream &stream, const Callbacks &tell) {
+    bool act(const wire::PacketHeader &event, ReplyReader &stream, const Callbacks &tell) {
         switch (event.opcode) {
         case wire::op::kEventProgress: {
             // Kept: always 16 bytes, whatever `length` says, as agents that serve callers send them.
@@ -117,8 +116,9 @@ using PrivateConnection = std::unique_ptr<NetConnection, PrivateConnectionDelete
 // The exchange of the control operations: a failed send or reply header sticks in sendError.
 AgentStatus control(NetConnection *conn, const std::string &packet) {
     if (conn == nullptr) return EINVAL;
+    ReplyReader reader(conn);
     wire::PacketHeader reply;
-    if (const AgentStatus r = control_request(conn, packet, reply, SendErrorRule::Stored)) return r;
+    if (const AgentStatus r = control_request(reader, packet, reply, SendErrorRule::Stored)) return r;
     return reply.status;
 }
 
@@ -146,14 +146,15 @@ void follow_scan_events(ScanArgs *args) {
     const unsigned char greeting[4] = {};
     (void)send_all(args->events, greeting, sizeof greeting, 0);  // a broken stream shows below
 
-    EventStream stream(args->events->sock);
+    // One receive brings in as many events as the kernel holds, and an event that fits in the
+    // window is read where it lies.
+    ReplyReader stream(args->events, ReplyReader::Reach::Ahead);
     ScanState scan;
-    bool whole = stream.ok();
+    bool whole = true;
     while (whole) {
-        const unsigned char *raw = stream.peek(wire::kHeaderSize);
-        if (raw == nullptr) break;  // the stream has ended
-        const wire::PacketHeader event = wire::decode_header(raw);
-        stream.skip(wire::kHeaderSize);
+        wire::PacketHeader event;
+        // Of the header only opcode and length count: a wrong magic is not looked at.
+        if (stream.take_header(event) == Took::Broken) break;  // the stream has ended
         whole = scan.act(event, stream, tell);
     }
     if (!whole || !scan.finished()) tell.code(kStreamBroken);

@@ -20,7 +20,7 @@
 #include "agent/wire/packets.h"
 #include "base/io.h"
 #include "base/unique_fd.h"
-#include "base/wire.h"
+#include "base/packet.h"
 
 namespace {
 
