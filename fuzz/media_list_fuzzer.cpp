@@ -34,8 +34,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (!peer.whole()) return 0;
     __MediaBean head{};
     AgentStatus status = 0xBAD;
-    const uint32_t items =
-        wrenlink::agent::receive_media_list(peer.conn(), &head, static_cast<uint32_t>(payload.size()), &status);
+    wrenlink::agent::ReplyReader reply(peer.conn(), static_cast<uint32_t>(payload.size()));
+    const uint32_t items = wrenlink::agent::receive_media_list(reply, &head, &status);
     uint32_t chained = 0;
     for (const __MediaBean *b = head.next; b != nullptr; b = b->next) ++chained;
     check(chained == items && status == (reference ? 0 : AgentShortPayload) && (reference || head.next == nullptr));

@@ -24,10 +24,5 @@ namespace wrenlink::agent {
 // was read and dropped: the stream stays in step. Either way every record parsed so far is freed,
 // the head is left alone and 0 is returned.
 uint32_t receive_media_list(ReplyReader &reply, __MediaBean *head, AgentStatus *status);
-// The same for a payload of `length` bytes whose header was read before.
-inline uint32_t receive_media_list(NetConnection *conn, __MediaBean *head, uint32_t length, AgentStatus *status) {
-    ReplyReader reply(conn, length);
-    return receive_media_list(reply, head, status);
-}
 
 }  // namespace wrenlink::agent
